@@ -1,0 +1,46 @@
+/*
+ * The daemon's two loggers besides plain printf lines.
+ *
+ * console_log prints one coloured, time-stamped line per call for the frame
+ * loop and the move decision. traceout writes each message to the console and
+ * to the trace file, which it keeps near 10 MiB by rewriting it from the
+ * start. Neither takes a lock: interleaved lines from several threads are
+ * accepted, as on the camera.
+ */
+#ifndef FACEDET_DBGOUT_H
+#define FACEDET_DBGOUT_H
+
+#include <cstdarg>
+#include <cstdio>
+#include <string>
+
+enum {
+    LOG_ERROR = 0,
+    LOG_WARN = 1,
+    LOG_INFO = 2,
+    LOG_DEBUG = 3,
+};
+
+// Bytes after which the trace file is rewritten from its start.
+constexpr long kTraceFileLimit = 10485760;
+
+void console_log(const char *file, int line, int level, const char *fmt, ...)
+    __attribute__((format(printf, 4, 5)));
+
+// The wall-clock time stamp of trace lines; a static buffer reused by every call.
+char *trace_time_string();
+
+int traceout(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+
+// State of one wrapping trace file. The daemon has one, on the runtime trace
+// path; tests make their own.
+struct TraceFile {
+    std::string path;
+    FILE *file = nullptr;
+    int isOpen = 0;
+};
+
+// traceout's work on explicit state: console, then file, then the wrap checks.
+int trace_vwrite(TraceFile &trace, const char *fmt, va_list args);
+
+#endif

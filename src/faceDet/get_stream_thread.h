@@ -1,0 +1,47 @@
+/*
+ * The frame thread: waits for each small NV12 frame of the analysis port,
+ * copies it out of the media buffer and gives the buffer back at once, so a
+ * slow analysis never starves the media pipeline.
+ */
+#ifndef FACEDET_GET_STREAM_THREAD_H
+#define FACEDET_GET_STREAM_THREAD_H
+
+#include <cstdint>
+#include <vector>
+
+#include "mi_common.h"
+
+// Analysis picture geometry: the port is configured so that width, height and
+// stride are fixed, which is why the copies use constant sizes.
+constexpr int kFrameWidth = 416;
+constexpr int kFrameHeight = 234;
+constexpr int kLumaBytes = kFrameWidth * kFrameHeight;    // 97344
+constexpr int kChromaBytes = kFrameWidth * kFrameHeight / 2;  // 48672
+constexpr int kNv12Bytes = kLumaBytes + kChromaBytes;     // 146016
+constexpr int kBgrBytes = kFrameWidth * kFrameHeight * 3; // 292032
+constexpr int kGammaRecordBytes = 1180;
+
+// Frames only counted after start, while exposure and the pipeline settle.
+constexpr int kWarmUpFrames = 9;
+// Where the frame counter wraps to, staying above the warm-up.
+constexpr int kFrameCounterLimit = 10000000;
+constexpr int kFrameCounterRestart = 10;
+
+// Time stamps of the current frame's stages, microseconds of MI_SYS_GetCurPts.
+// Frame thread only.
+extern MI_U64 time_00, time_get_frame, time_autogamma, time_invoke, time_strategies, time_11;
+extern MI_U64 time_PTZ, lastTime, newTime, Present_Time;
+
+// Framing sent when auto framing is switched off: the full 1920x1080 view.
+extern int32_t output_ture[4];
+
+// Working tables of the automatic gamma, 256 zeros each at start.
+extern std::vector<int32_t> appliedOffsets;
+extern std::vector<int32_t> newOffsets;
+
+// The frame counter after one more frame: counts up, wraps to 10 past ten million.
+int next_frame_number(int frameNumber);
+
+void *Get_stream_thread(void *arg);
+
+#endif

@@ -1,0 +1,54 @@
+#include "daemon_fixture.h"
+
+#include <unistd.h>
+
+#include <atomic>
+
+#include "raw_clip.h"
+
+std::map<std::string, std::string> DaemonTest::daemon_env() const {
+    static std::atomic<int> sequence{0};
+    // Keys unique to this test process and run; the default 0x1123 is never touched.
+    int key = 0x46440000 + ((getpid() & 0xfff) << 4) + (sequence++ & 0xf);
+    return {{"FACEDET_RUNTIME_DIR", dir_.path()}, {"FACEDET_SHM_KEY", std::to_string(key)}};
+}
+
+std::string DaemonTest::raw_clip(int frames) {
+    std::string path = dir_.file("clip.nv12");
+    write_raw_clip(path, frames);
+    return path;
+}
+
+std::unique_ptr<ChildProcess> DaemonTest::start(const std::map<std::string, std::string> &extraEnv,
+                                                std::vector<std::string> args, bool withSource) {
+    ChildProcess::Options options;
+    options.args = std::move(args);
+    options.env = daemon_env();
+    if (withSource && extraEnv.count("FACEDET_SOURCE") == 0) {
+        options.env["FACEDET_SOURCE"] = raw_clip(300);
+    }
+    for (const auto &[name, value] : extraEnv) {
+        options.env[name] = value;
+    }
+    options.unsetEnv = {"FACEDET_PACE", "FACEDET_LOOP", "FACEDET_EXIT_AT_END", "FACEDET_FAULTS",
+                        "FACEDET_FRAME_LOG"};
+    if (!withSource) {
+        options.unsetEnv.push_back("FACEDET_SOURCE");
+    }
+    options.workDir = dir_.path();
+    return std::make_unique<ChildProcess>(FACEDET_BIN, options);
+}
+
+::testing::AssertionResult InOrder(const std::string &text, const std::vector<std::string> &expected) {
+    size_t at = 0;
+    for (const std::string &line : expected) {
+        size_t found = text.find(line, at);
+        if (found == std::string::npos) {
+            return ::testing::AssertionFailure() << "not found after offset " << at << ": \"" << line
+                                                 << "\"\n--- output ---\n"
+                                                 << text.substr(0, 20000);
+        }
+        at = found + line.size();
+    }
+    return ::testing::AssertionSuccess();
+}

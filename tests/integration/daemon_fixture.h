@@ -1,0 +1,32 @@
+// Runs the real faceDet on the host platform in a private runtime directory.
+#ifndef FACEDET_TEST_DAEMON_FIXTURE_H
+#define FACEDET_TEST_DAEMON_FIXTURE_H
+
+#include <chrono>
+#include <map>
+#include <memory>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "child_process.h"
+#include "temp_dir.h"
+
+using namespace std::chrono_literals;
+
+class DaemonTest : public ::testing::Test {
+protected:
+    // A private runtime directory and shared-memory key, so tests run in parallel.
+    std::map<std::string, std::string> daemon_env() const;
+    // A raw clip of `frames` synthetic frames in the test's directory.
+    std::string raw_clip(int frames);
+    std::unique_ptr<ChildProcess> start(const std::map<std::string, std::string> &extraEnv,
+                                        std::vector<std::string> args = {}, bool withSource = true);
+
+    TempDir dir_;
+};
+
+// Every line of `expected` occurs in `text`, in this order.
+::testing::AssertionResult InOrder(const std::string &text, const std::vector<std::string> &expected);
+
+#endif
