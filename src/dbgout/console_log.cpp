@@ -39,10 +39,14 @@ void console_log(const char *file, int line, int level, const char *fmt, ...) {
     localtime_r(&now, &local);
     struct timeval tv;
     gettimeofday(&tv, nullptr);
+    // The buffer sizes are part of the format: a value too wide is cut, never overflows.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-truncation"
     char stamp[32];
     snprintf(stamp, sizeof stamp, "[%04d-%02d-%02d %02d:%02d:%02d:%03d] ", local.tm_year + 1900,
              local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
              static_cast<int>(tv.tv_usec / 1000));
+#pragma GCC diagnostic pop
 
     printf(kLevelFormats[level], stamp, kLevelNames[level], name, line, message);
 }

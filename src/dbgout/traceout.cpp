@@ -20,9 +20,13 @@ char *trace_time_string() {
     if (localtime_r(&seconds, &local) == nullptr) {
         return buffer;
     }
+    // The buffer sizes are part of the format: a value too wide is cut, never overflows.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-truncation"
     snprintf(buffer, sizeof buffer, "%d-%02d-%02d %02d:%02d:%02d.%03d", local.tm_year + 1900,
              local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec,
              static_cast<int>(tv.tv_usec / 1000));
+#pragma GCC diagnostic pop
     return buffer;
 }
 

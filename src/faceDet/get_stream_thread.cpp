@@ -162,12 +162,13 @@ void *Get_stream_thread(void *arg) {
     } else if (stream->stream_thread_pid == 0 || stream->u32Enable != 1) {
         FD_LOG(LOG_ERROR, "Get_stream_thread!");
     } else {
-        printf("QMT_Stream_Stauts_t u32Enable=%d, u32InputChn=%d; u32InputPort=%d; ePixelFormat=%d; "
-               "eBindType=%d;u32Width=%d; u32Height=%d; u32FrameRate=%d; stream_thread_pid=%d; "
-               "dstChnPort=%d\n",
-               stream->u32Enable, stream->u32InputChn, stream->u32InputPort, stream->ePixelFormat,
-               stream->eBindType, stream->u32Width, stream->u32Height, stream->u32FrameRate,
-               static_cast<int>(stream->stream_thread_pid), static_cast<int>(stream->dstChnPort.eModId));
+        printf(
+            "QMT_Stream_Stauts_t u32Enable=%d, u32InputChn=%d; u32InputPort=%d; ePixelFormat=%d; "
+            "eBindType=%d;u32Width=%d; u32Height=%d; u32FrameRate=%d; stream_thread_pid=%d; "
+            "dstChnPort=%d\n",
+            stream->u32Enable, stream->u32InputChn, stream->u32InputPort, stream->ePixelFormat,
+            stream->eBindType, stream->u32Width, stream->u32Height, stream->u32FrameRate,
+            static_cast<int>(stream->stream_thread_pid), static_cast<int>(stream->dstChnPort.eModId));
 
         run_frame_loop(stream, fd);
 

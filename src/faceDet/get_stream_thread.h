@@ -15,10 +15,10 @@
 // stride are fixed, which is why the copies use constant sizes.
 constexpr int kFrameWidth = 416;
 constexpr int kFrameHeight = 234;
-constexpr int kLumaBytes = kFrameWidth * kFrameHeight;    // 97344
+constexpr int kLumaBytes = kFrameWidth * kFrameHeight;        // 97344
 constexpr int kChromaBytes = kFrameWidth * kFrameHeight / 2;  // 48672
-constexpr int kNv12Bytes = kLumaBytes + kChromaBytes;     // 146016
-constexpr int kBgrBytes = kFrameWidth * kFrameHeight * 3; // 292032
+constexpr int kNv12Bytes = kLumaBytes + kChromaBytes;         // 146016
+constexpr int kBgrBytes = kFrameWidth * kFrameHeight * 3;     // 292032
 constexpr int kGammaRecordBytes = 1180;
 
 // Frames only counted after start, while exposure and the pipeline settle.

@@ -1,5 +1,6 @@
 #include "faceDet/runtime_env.h"
 
+#include <cctype>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -15,10 +16,13 @@ const std::string &runtime_dir() {
     return dir;
 }
 
-std::string runtime_path(const char *name) { return runtime_dir() + "/" + name; }
+std::string runtime_path(const char *name) {
+    return runtime_dir() + "/" + name;
+}
 
 bool parse_shm_key(const char *text, key_t *key) {
-    if (text == nullptr || *text == '\0') {
+    // strtoll would also skip leading blanks; a key is digits from the first byte.
+    if (text == nullptr || !(isdigit(static_cast<unsigned char>(*text)) || *text == '-')) {
         return false;
     }
     errno = 0;

@@ -32,16 +32,18 @@ inline MI_S32 st_report_round(const char *func, int line, MI_S32 ret) {
     return ret;
 }
 
-#define ST_CHECK(line, call)                                    \
-    do {                                                        \
-        MI_S32 st_ret_ = st_report(__func__, (line), (call));   \
-        if (st_ret_ != MI_SUCCESS) return st_ret_;              \
+#define ST_CHECK(line, call)                                  \
+    do {                                                      \
+        MI_S32 st_ret_ = st_report(__func__, (line), (call)); \
+        if (st_ret_ != MI_SUCCESS)                            \
+            return st_ret_;                                   \
     } while (0)
 
 #define ST_CHECK_ROUND(line, call)                                  \
     do {                                                            \
         MI_S32 st_ret_ = st_report_round(__func__, (line), (call)); \
-        if (st_ret_ != MI_SUCCESS) return st_ret_;                  \
+        if (st_ret_ != MI_SUCCESS)                                  \
+            return st_ret_;                                         \
     } while (0)
 
 #endif

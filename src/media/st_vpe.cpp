@@ -5,7 +5,9 @@
 #include "media/st_report.h"
 #include "mi_sys.h"
 
-MI_S32 ST_Vpe_GetDefaultMode(void) { return 24; }
+MI_S32 ST_Vpe_GetDefaultMode(void) {
+    return 24;
+}
 
 MI_S32 ST_Vpe_CreateChannel(MI_VPE_CHANNEL VpeChannel, MI_VPE_ChannelAttr_t *pstChannelAttr) {
     MI_VPE_ChannelPara_t stChannelParam;

@@ -36,7 +36,21 @@ std::unique_ptr<ChildProcess> DaemonTest::start(const std::map<std::string, std:
         options.unsetEnv.push_back("FACEDET_SOURCE");
     }
     options.workDir = dir_.path();
+    link_models(dir_.path());
     return std::make_unique<ChildProcess>(FACEDET_BIN, options);
+}
+
+void link_models(const std::string &workDir) {
+    // The daemon loads its model from its working directory, as on the camera.
+    const std::string models = std::string(FACEDET_SHARED_DIR) + "/models/";
+    for (const char *name : {"slim-320-quant-ADMM-50.mnn", "slim-320.onnx"}) {
+        std::string link = workDir + "/" + name;
+        if (!file_exists(link)) {
+            if (symlink((models + name).c_str(), link.c_str()) != 0) {
+                perror("symlink");
+            }
+        }
+    }
 }
 
 ::testing::AssertionResult InOrder(const std::string &text, const std::vector<std::string> &expected) {
@@ -44,9 +58,9 @@ std::unique_ptr<ChildProcess> DaemonTest::start(const std::map<std::string, std:
     for (const std::string &line : expected) {
         size_t found = text.find(line, at);
         if (found == std::string::npos) {
-            return ::testing::AssertionFailure() << "not found after offset " << at << ": \"" << line
-                                                 << "\"\n--- output ---\n"
-                                                 << text.substr(0, 20000);
+            return ::testing::AssertionFailure()
+                   << "not found after offset " << at << ": \"" << line << "\"\n--- output ---\n"
+                   << text.substr(0, 20000);
         }
         at = found + line.size();
     }

@@ -15,7 +15,7 @@
 using namespace std::chrono_literals;
 
 class DaemonTest : public ::testing::Test {
-protected:
+  protected:
     // A private runtime directory and shared-memory key, so tests run in parallel.
     std::map<std::string, std::string> daemon_env() const;
     // A raw clip of `frames` synthetic frames in the test's directory.
@@ -25,6 +25,9 @@ protected:
 
     TempDir dir_;
 };
+
+// Links the model files into a daemon's working directory.
+void link_models(const std::string &workDir);
 
 // Every line of `expected` occurs in `text`, in this order.
 ::testing::AssertionResult InOrder(const std::string &text, const std::vector<std::string> &expected);

@@ -13,24 +13,29 @@ const char kChannelLine[] = "g_stream_stauts[0].u32InputChn == 0  g_stream_staut
 }  // namespace
 
 TEST_F(DaemonTest, BannerOnlyWithoutArguments) {
+    // Only the detector's load lines, printed before main, may come first.
     auto plain = start({}, {}, false);
     EXPECT_EQ(plain->wait_exit(30s), 255);
-    EXPECT_EQ(plain->out().rfind(std::string("faceDet starting!\n") + kChannelLine, 0), 0u) << plain->out();
+    std::string out = plain->out();
+    EXPECT_NE(out.find(std::string("faceDet starting!\n") + kChannelLine + "[qmt_rgn_init 569]"),
+              std::string::npos)
+        << out;
 
     auto withArgument = start({}, {"-x"}, false);
     EXPECT_EQ(withArgument->wait_exit(30s), 255);
-    EXPECT_EQ(withArgument->out().find("faceDet starting!"), std::string::npos);
-    EXPECT_EQ(withArgument->out().rfind(kChannelLine, 0), 0u) << withArgument->out();
+    out = withArgument->out();
+    EXPECT_EQ(out.find("faceDet starting!"), std::string::npos);
+    EXPECT_NE(out.find(std::string(kChannelLine) + "[qmt_rgn_init 569]"), std::string::npos) << out;
 }
 
 TEST_F(DaemonTest, NoSourceTakesTheStreamStartFailurePath) {
     auto daemon = start({}, {}, false);
     EXPECT_EQ(daemon->wait_exit(30s), 255);
     std::string out = daemon->out();
-    EXPECT_TRUE(InOrder(out, {"[qmt_rgn_init 569]exec function pass\n",
-                              "xxxxxxxxxxx........ST_Vpe_StartPort......0  1....\n",
-                              "[ST_Vpe_StartPort 148]exec function failed, error:",
-                              "[QMT_Video_Stream_Start 2580]exec function failed, error:", kStartFailure}));
+    EXPECT_TRUE(InOrder(
+        out, {"[qmt_rgn_init 569]exec function pass\n", "xxxxxxxxxxx........ST_Vpe_StartPort......0  1....\n",
+              "[ST_Vpe_StartPort 148]exec function failed, error:",
+              "[QMT_Video_Stream_Start 2580]exec function failed, error:", kStartFailure}));
     EXPECT_EQ(out.find("QMT_Video_Stream_Stop succeed!"), std::string::npos);
     EXPECT_NE(daemon->err().find("FACEDET_SOURCE"), std::string::npos) << daemon->err();
 }
@@ -50,28 +55,32 @@ TEST_F(DaemonTest, BadSettingsGetOneClearLine) {
 
     auto badKey = start({{"FACEDET_SHM_KEY", "0xZZ"}});
     EXPECT_EQ(badKey->wait_exit(30s), 255);
-    EXPECT_EQ(badKey->err(), "faceDet: FACEDET_SHM_KEY='0xZZ' is not a key (decimal or 0x-hex)\n");
+    EXPECT_NE(badKey->err().find("faceDet: FACEDET_SHM_KEY='0xZZ' is not a key (decimal or 0x-hex)\n"),
+              std::string::npos)
+        << badKey->err();
+    EXPECT_EQ(badKey->out().find("faceDet starting!"), std::string::npos);
 }
 
 class DaemonSignalTest : public DaemonTest, public ::testing::WithParamInterface<int> {};
 
 TEST_P(DaemonSignalTest, SignalDuringSteadyRunningStopsInOrder) {
     auto daemon = start({{"FACEDET_LOOP", "1"}});
-    ASSERT_TRUE(daemon->wait_for_output("--------------frameNumber = 15-----------------", 60s)) << daemon->out();
+    ASSERT_TRUE(daemon->wait_for_output("--------------frameNumber = 15-----------------", 60s))
+        << daemon->out();
     daemon->signal(GetParam());
     ASSERT_EQ(daemon->wait_exit(30s), 0) << daemon->out() << daemon->err();
     std::string out = daemon->out();
-    EXPECT_TRUE(InOrder(out, {"faceDet starting!\n", kChannelLine, "[qmt_rgn_init 569]exec function pass\n",
-                              "[ST_Vpe_StartPort 161]exec function pass\n",
-                              "(QMT_Video_Stream_Start 2580)exec function pass\n",
-                              "(QMT_Video_Stream_Start 2582)exec function pass\n",
-                              "QMT_Stream_Stauts_t u32Enable=1, u32InputChn=0; u32InputPort=1; ePixelFormat=11; "
-                              "eBindType=1;u32Width=416; u32Height=234; u32FrameRate=30; stream_thread_pid=",
-                              "; dstChnPort=7\n", "--------------frameNumber = 10-----------------",
-                              " ******** get frame time =[", "program exit abnormally!", "faceDet release!",
-                              "get_stream_thread exit", "[ST_Vpe_StopPort 168]exec function pass\n",
-                              "(QMT_Video_Stream_Stop 2517)exec function pass\n",
-                              "QMT_Video_Stream_Stop succeed!\n"}));
+    EXPECT_TRUE(InOrder(
+        out,
+        {"faceDet starting!\n", kChannelLine, "[qmt_rgn_init 569]exec function pass\n",
+         "[ST_Vpe_StartPort 161]exec function pass\n", "(QMT_Video_Stream_Start 2580)exec function pass\n",
+         "(QMT_Video_Stream_Start 2582)exec function pass\n",
+         "QMT_Stream_Stauts_t u32Enable=1, u32InputChn=0; u32InputPort=1; ePixelFormat=11; "
+         "eBindType=1;u32Width=416; u32Height=234; u32FrameRate=30; stream_thread_pid=",
+         "; dstChnPort=7\n", "--------------frameNumber = 10-----------------", " ******** get frame time =[",
+         "program exit abnormally!", "faceDet release!", "get_stream_thread exit",
+         "[ST_Vpe_StopPort 168]exec function pass\n", "(QMT_Video_Stream_Stop 2517)exec function pass\n",
+         "QMT_Video_Stream_Stop succeed!\n"}));
     EXPECT_EQ(count_of(out, "program exit abnormally!"), 1u);
     // The warm-up frames are only counted.
     EXPECT_GT(out.find(" ******** get frame time"), out.find("--------------frameNumber = 10-"));
@@ -93,25 +102,28 @@ TEST_F(DaemonTest, ClipPlaysToItsEndAndTheDaemonStopsItself) {
 }
 
 TEST_F(DaemonTest, GetBufFailuresAreLoggedAndSurvived) {
-    auto daemon = start({{"FACEDET_FAULTS", "getbuf_fail_every=4"}, {"FACEDET_PACE", "lockstep"},
-                         {"FACEDET_LOOP", "1"}});
-    ASSERT_TRUE(daemon->wait_for_output("--------------frameNumber = 30-----------------", 60s)) << daemon->out();
+    auto daemon = start(
+        {{"FACEDET_FAULTS", "getbuf_fail_every=4"}, {"FACEDET_PACE", "lockstep"}, {"FACEDET_LOOP", "1"}});
+    ASSERT_TRUE(daemon->wait_for_output("--------------frameNumber = 30-----------------", 60s))
+        << daemon->out();
     daemon->signal(SIGTERM);
     ASSERT_EQ(daemon->wait_exit(30s), 0);
     EXPECT_GE(count_of(daemon->out(), "MI_SYS_ChnOutputPortGetBuf Failed\n"), 5u);
 }
 
 TEST_F(DaemonTest, PutBufFailuresAreLoggedAndProcessingGoesOn) {
-    auto daemon = start({{"FACEDET_FAULTS", "putbuf_fail_every=3"}, {"FACEDET_PACE", "lockstep"},
-                         {"FACEDET_LOOP", "1"}});
-    ASSERT_TRUE(daemon->wait_for_output("--------------frameNumber = 30-----------------", 60s)) << daemon->out();
+    auto daemon = start(
+        {{"FACEDET_FAULTS", "putbuf_fail_every=3"}, {"FACEDET_PACE", "lockstep"}, {"FACEDET_LOOP", "1"}});
+    ASSERT_TRUE(daemon->wait_for_output("--------------frameNumber = 30-----------------", 60s))
+        << daemon->out();
     daemon->signal(SIGTERM);
     ASSERT_EQ(daemon->wait_exit(30s), 0);
     EXPECT_GE(count_of(daemon->out(), "Release Frame Failed\n"), 5u);
 }
 
 TEST_F(DaemonTest, StalledSourceTimesOutAndRecovers) {
-    auto daemon = start({{"FACEDET_FAULTS", "stall=3"}, {"FACEDET_LOOP", "1"}});
+    // The frame thread waits 2 s before its first select; the source stalls past that and one time-out.
+    auto daemon = start({{"FACEDET_FAULTS", "stall=5"}, {"FACEDET_LOOP", "1"}});
     ASSERT_TRUE(daemon->wait_for_output("--------------frameNumber = 3-", 60s)) << daemon->out();
     daemon->signal(SIGTERM);
     ASSERT_EQ(daemon->wait_exit(30s), 0);
@@ -136,6 +148,7 @@ TEST_F(DaemonTest, TwoDaemonsInTwoRuntimeDirectoriesAtOnce) {
                    {"FACEDET_SOURCE", raw_clip(300)},
                    {"FACEDET_LOOP", "1"}};
     options.workDir = otherDir.path();
+    link_models(otherDir.path());
     ChildProcess second(FACEDET_BIN, options);
     ASSERT_TRUE(first->wait_for_output("--------------frameNumber = 12-", 60s)) << first->out();
     ASSERT_TRUE(second.wait_for_output("--------------frameNumber = 12-", 60s)) << second.out();
@@ -147,9 +160,10 @@ TEST_F(DaemonTest, TwoDaemonsInTwoRuntimeDirectoriesAtOnce) {
 
 #ifdef FACEDET_HOST_HAS_OPENCV_TESTS
 TEST_F(DaemonTest, SampleVideoIsCountedFrameByFrame) {
-    auto daemon = start({{"FACEDET_SOURCE", std::string(FACEDET_SHARED_DIR) + "/data/videos/talking_head_single_person.mp4"},
-                         {"FACEDET_PACE", "lockstep"},
-                         {"FACEDET_EXIT_AT_END", "1"}});
+    auto daemon = start(
+        {{"FACEDET_SOURCE", std::string(FACEDET_SHARED_DIR) + "/data/videos/talking_head_single_person.mp4"},
+         {"FACEDET_PACE", "lockstep"},
+         {"FACEDET_EXIT_AT_END", "1"}});
     ASSERT_EQ(daemon->wait_exit(60s), 0) << daemon->out() << daemon->err();
     EXPECT_NE(daemon->out().find("--------------frameNumber = 62-----------------"), std::string::npos);
     EXPECT_EQ(daemon->out().find("--------------frameNumber = 63-"), std::string::npos);

@@ -76,8 +76,12 @@ ChildProcess::~ChildProcess() {
     }
 }
 
-std::string ChildProcess::out() const { return read_file(outPath_); }
-std::string ChildProcess::err() const { return read_file(errPath_); }
+std::string ChildProcess::out() const {
+    return read_file(outPath_);
+}
+std::string ChildProcess::err() const {
+    return read_file(errPath_);
+}
 
 bool ChildProcess::wait_for_output(const std::string &text, std::chrono::milliseconds timeout) const {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
@@ -90,7 +94,9 @@ bool ChildProcess::wait_for_output(const std::string &text, std::chrono::millise
     return out().find(text) != std::string::npos;
 }
 
-void ChildProcess::signal(int sig) const { kill(pid_, sig); }
+void ChildProcess::signal(int sig) const {
+    kill(pid_, sig);
+}
 
 int ChildProcess::wait_exit(std::chrono::milliseconds timeout) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;

@@ -11,12 +11,12 @@
 #include <vector>
 
 class ChildProcess {
-public:
+  public:
     struct Options {
-        std::vector<std::string> args;            // argv[1..]
-        std::map<std::string, std::string> env;   // added to (or replacing) the parent's
-        std::vector<std::string> unsetEnv;        // removed from the parent's
-        std::string workDir;                      // working directory; also holds the logs
+        std::vector<std::string> args;           // argv[1..]
+        std::map<std::string, std::string> env;  // added to (or replacing) the parent's
+        std::vector<std::string> unsetEnv;       // removed from the parent's
+        std::string workDir;                     // working directory; also holds the logs
     };
 
     ChildProcess(const std::string &program, const Options &options);
@@ -34,7 +34,7 @@ public:
     // The exit status (0..255), 128 + signal when killed by one, -1 on time-out.
     int wait_exit(std::chrono::milliseconds timeout);
 
-private:
+  private:
     pid_t pid_ = -1;
     bool reaped_ = false;
     std::string outPath_;

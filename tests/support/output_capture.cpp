@@ -13,7 +13,9 @@ OutputCapture::OutputCapture(int fd) : fd_(fd) {
     }
 }
 
-OutputCapture::~OutputCapture() { finish(); }
+OutputCapture::~OutputCapture() {
+    finish();
+}
 
 std::string OutputCapture::finish() {
     if (done_) {

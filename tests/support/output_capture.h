@@ -6,7 +6,7 @@
 #include <string>
 
 class OutputCapture {
-public:
+  public:
     // fd 1 (stdout) or 2 (stderr).
     explicit OutputCapture(int fd = 1);
     ~OutputCapture();
@@ -16,7 +16,7 @@ public:
     // Stops capturing (once) and returns everything written meanwhile.
     std::string finish();
 
-private:
+  private:
     int fd_;
     int saved_ = -1;
     FILE *sink_ = nullptr;

@@ -23,7 +23,7 @@ namespace {
 
 // One host platform session, with or without a frame source.
 class HostSession {
-public:
+  public:
     explicit HostSession(const std::string &source) {
         host::Config config;
         config.source = source;
@@ -35,7 +35,7 @@ public:
     ~HostSession() { MI_SYS_Exit(); }
     MI_S32 init_result() const { return init_; }
 
-private:
+  private:
     MI_S32 init_;
 };
 
@@ -46,7 +46,7 @@ std::string hex(MI_S32 code) {
 }
 
 class WrappersWithSource : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         write_raw_clip(dir_.file("clip.nv12"), 20);
         session_ = std::make_unique<HostSession>(dir_.file("clip.nv12"));
@@ -80,8 +80,10 @@ TEST(VpeStartPort, WithoutARunningChannelFailsAtItsFirstCall) {
     MI_S32 ret = ST_Vpe_StartPort(1, &info);
     std::string out = capture.finish();
     ASSERT_NE(ret, MI_SUCCESS);
-    EXPECT_EQ(out, "xxxxxxxxxxx........ST_Vpe_StartPort......0  1....\n"
-                   "[ST_Vpe_StartPort 148]exec function failed, error:" + hex(ret) + "\n");
+    EXPECT_EQ(out,
+              "xxxxxxxxxxx........ST_Vpe_StartPort......0  1....\n"
+              "[ST_Vpe_StartPort 148]exec function failed, error:" +
+                  hex(ret) + "\n");
 }
 
 TEST_F(WrappersWithSource, StartAndStopPortReportEachCall) {
@@ -105,9 +107,11 @@ TEST_F(WrappersWithSource, StartPortStopsAtTheFirstRefusal) {
     MI_S32 ret = ST_Vpe_StartPort(1, &info);
     std::string out = capture.finish();
     ASSERT_NE(ret, MI_SUCCESS);
-    EXPECT_NE(out.find("[ST_Vpe_StartPort 148]exec function pass\n[ST_Vpe_StartPort 153]exec function failed, error:" +
-                       hex(ret) + "\n"),
-              std::string::npos)
+    EXPECT_NE(
+        out.find(
+            "[ST_Vpe_StartPort 148]exec function pass\n[ST_Vpe_StartPort 153]exec function failed, error:" +
+            hex(ret) + "\n"),
+        std::string::npos)
         << out;
     EXPECT_EQ(out.find("159"), std::string::npos);
 }
@@ -180,10 +184,11 @@ TEST(SysWrappers, InitAndExitUseRoundBracketPassLines) {
     ASSERT_EQ(ST_Sys_Exit(), MI_SUCCESS);
     std::string out = capture.finish();
     err.finish();
-    const char *const order[] = {"(ST_Sys_Init 23)exec function pass\n", "(ST_Sys_Init 26)exec function pass\n",
-                                 "[INFO]:ST_Sys_Init[27]: \nu8Version:",   "(ST_Sys_Init 29)exec function pass\n",
-                                 "[INFO]:ST_Sys_Init[30]: \nu64Pts:0x",    "(ST_Sys_Init 33)exec function pass\n",
-                                 "(ST_Sys_Init 36)exec function pass\n",   "(ST_Sys_Exit 43)exec function pass\n"};
+    const char *const order[] = {
+        "(ST_Sys_Init 23)exec function pass\n", "(ST_Sys_Init 26)exec function pass\n",
+        "[INFO]:ST_Sys_Init[27]: \nu8Version:", "(ST_Sys_Init 29)exec function pass\n",
+        "[INFO]:ST_Sys_Init[30]: \nu64Pts:0x",  "(ST_Sys_Init 33)exec function pass\n",
+        "(ST_Sys_Init 36)exec function pass\n", "(ST_Sys_Exit 43)exec function pass\n"};
     size_t at = 0;
     for (const char *line : order) {
         size_t found = out.find(line, at);

@@ -1,0 +1,263 @@
+// The daemon's VISCA layer against the real camera_sim process, camera_sim
+// under random packets and signals, and the two small tools.
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstring>
+#include <memory>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "child_process.h"
+#include "ipc_test_env.h"
+#include "net_communication/net_communication.h"
+#include "net_communication/net_state.h"
+#include "output_capture.h"
+#include "temp_dir.h"
+#include "visca/visca.h"
+
+using namespace std::chrono_literals;
+using Bytes = std::vector<uint8_t>;
+
+namespace {
+
+std::unique_ptr<ChildProcess> run(const char *program, std::vector<std::string> args) {
+    ChildProcess::Options options;
+    options.args = std::move(args);
+    options.workDir = ipc_runtime_dir();
+    return std::make_unique<ChildProcess>(program, options);
+}
+
+std::unique_ptr<ChildProcess> start_camera_sim(const std::string &log, std::vector<std::string> more = {}) {
+    std::vector<std::string> args = {"--runtime-dir", ipc_runtime_dir(), "--log", log};
+    args.insert(args.end(), more.begin(), more.end());
+    auto sim = run(CAMERA_SIM_BIN, args);
+    EXPECT_TRUE(sim->wait_for_output("camera_sim: listening on", 20s)) << sim->err();
+    return sim;
+}
+
+// A fresh feature-camera endpoint of this process.
+void restart_feature_endpoint() {
+    NetState &state = net_state();
+    if (state.featureRxRunning) {
+        state.featureStopRequest = 1;
+        ASSERT_TRUE(eventually([&] { return state.featureRxRunning == 0; }));
+    }
+    ASSERT_EQ(featureCamera_udp_init(), 0);
+}
+
+// Pan and tilt by inquiry 3, waiting for the reply.
+bool pan_tilt(int32_t *pan, int32_t *tilt) {
+    g_receiveFlag = 0;
+    send_command(0, kViscaPanTiltInquiry, nullptr);
+    if (!eventually([] { return g_receiveFlag.load() == 1; }, 5s)) {
+        return false;
+    }
+    *pan = g_receiveData[0];
+    *tilt = g_receiveData[1];
+    return true;
+}
+
+// The value of "key": in one JSON line, as a number (NaN when absent).
+double number(const std::string &line, const std::string &key) {
+    size_t at = line.find("\"" + key + "\":");
+    return at == std::string::npos ? NAN : strtod(line.c_str() + at + key.size() + 3, nullptr);
+}
+
+std::vector<std::string> lines_with(const std::string &text, const std::string &needle) {
+    std::vector<std::string> found;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) {
+        if (line.find(needle) != std::string::npos) {
+            found.push_back(line);
+        }
+    }
+    return found;
+}
+
+}  // namespace
+
+TEST(CameraSim, MovesAtTheCommandedSpeedsAndAnswersWithItsPosition) {
+    const std::string log = ipc_runtime_dir() + "/move.jsonl";
+    auto sim = start_camera_sim(log);
+    restart_feature_endpoint();
+    OutputCapture out;
+
+    EXPECT_EQ(visca_inquire_zoom(), 0);
+    EXPECT_EQ(g_zoomPosition.load(), 1920);  // starts at the full view
+
+    g_objectData = {};
+    g_objectData.field[kObjectPan] = 300;
+    g_objectData.field[kObjectTilt] = -120;
+    g_objectData.field[kObjectZoom] = 960;
+    const auto sent = std::chrono::steady_clock::now();
+    visca_move_to_object_at_speed(5, 2);  // 300 px/s and 120 px/s: both take a second
+    int32_t pan = 0, tilt = 0;
+    ASSERT_TRUE(eventually([&] { return pan_tilt(&pan, &tilt) && pan == 300 && tilt == -120; }, 20s))
+        << pan << " " << tilt;
+    EXPECT_GE(std::chrono::steady_clock::now() - sent, 900ms);
+    EXPECT_EQ(visca_inquire_zoom(), 0);
+    EXPECT_EQ(g_zoomPosition.load(), 960);
+    out.finish();
+
+    sim->signal(SIGTERM);
+    EXPECT_EQ(sim->wait_exit(20s), 0);
+    const std::string text = read_file(log);
+    EXPECT_EQ(lines_with(text, "\"event\":\"start\"").size(), 1u);
+    EXPECT_EQ(lines_with(text, "\"event\":\"stop\",\"reason\":\"signal\"").size(), 1u);
+    auto moves = lines_with(text, "\"name\":\"pan_tilt_absolute\"");
+    ASSERT_EQ(moves.size(), 1u) << text;
+    EXPECT_NE(moves[0].find("\"bytes\":\"81 01 44 02 05 02 00 01 02 0c 0f 0f 08 08 ff\""), std::string::npos)
+        << moves[0];
+    // The samples of the move follow the rates: never ahead of 300 px/s and
+    // 120 px/s from the command, and at the target no sooner than a second.
+    const double start = number(moves[0], "t_us");
+    bool arrived = false;
+    int samples = 0;
+    for (const std::string &line : lines_with(text, "\"event\":\"state\"")) {
+        const double t = number(line, "t_us");
+        if (t < start || number(line, "target_pan") != 300) {
+            continue;
+        }
+        ++samples;
+        const double seconds = (t - start) / 1e6;
+        EXPECT_LE(number(line, "pan"), 300 * seconds + 1) << line;
+        EXPECT_GE(number(line, "tilt"), -120 * seconds - 1) << line;
+        EXPECT_NEAR(number(line, "height"), number(line, "width") * 9 / 16, 0.1) << line;  // logged to 0.1 px
+        if (!arrived && number(line, "pan") == 300 && number(line, "tilt") == -120) {
+            arrived = true;
+            EXPECT_GE(seconds, 0.99) << line;
+        }
+    }
+    EXPECT_TRUE(arrived);
+    EXPECT_GE(samples, 5);  // about every 20 ms while moving
+}
+
+TEST(CameraSim, RandomPacketsGetSyntaxErrorsAndNeverStopIt) {
+    const std::string log = ipc_runtime_dir() + "/fuzz.jsonl";
+    auto sim = start_camera_sim(log);
+    const std::string simPath = ipc_runtime_dir() + "/featureCamera_addr.socket";
+    const std::string ownPath = ipc_runtime_dir() + "/fuzzer.socket";
+    int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
+    sockaddr_un own, to;
+    memset(&own, 0, sizeof own);
+    memset(&to, 0, sizeof to);
+    own.sun_family = to.sun_family = AF_UNIX;
+    snprintf(own.sun_path, sizeof own.sun_path, "%s", ownPath.c_str());
+    snprintf(to.sun_path, sizeof to.sun_path, "%s", simPath.c_str());
+    unlink(ownPath.c_str());
+    ASSERT_EQ(bind(fd, reinterpret_cast<const sockaddr *>(&own), sizeof own), 0);
+    timeval wait = {5, 0};
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
+
+    auto exchange = [&](const Bytes &packet) {
+        EXPECT_EQ(
+            sendto(fd, packet.data(), packet.size(), 0, reinterpret_cast<const sockaddr *>(&to), sizeof to),
+            static_cast<ssize_t>(packet.size()));
+        uint8_t reply[64];
+        ssize_t n = recv(fd, reply, sizeof reply, 0);
+        return n < 0 ? Bytes() : Bytes(reply, reply + n);
+    };
+    const Bytes syntaxError = {0x90, 0x60, 0x02, 0xFF};
+    for (const Bytes &bad : {Bytes{}, Bytes{0x81}, Bytes(600, 0x81), Bytes{0x80, 0x09, 0x04, 0x47, 0xFF},
+                             Bytes{0x81, 0x09, 0x04, 0x47}}) {
+        EXPECT_EQ(exchange(bad), syntaxError) << bad.size();
+    }
+    std::mt19937 random(1234);
+    int errors = 0;
+    for (int i = 0; i < 400; ++i) {
+        Bytes packet(random() % 24);
+        for (auto &b : packet) {
+            b = static_cast<uint8_t>(random());
+        }
+        if (exchange(packet) == syntaxError) {
+            ++errors;
+        }
+    }
+    EXPECT_GT(errors, 350);
+    // Still a camera: an inquiry gets its 11-byte answer.
+    EXPECT_EQ(exchange({0x81, 0x09, 0x06, 0x12, 0xFF}).size(), 11u);
+    close(fd);
+
+    sim->signal(SIGINT);
+    EXPECT_EQ(sim->wait_exit(20s), 0);
+    EXPECT_FALSE(file_exists(simPath));
+    const std::string text = read_file(log);
+    EXPECT_GE(lines_with(text, "\"error\":\"").size(), 355u);
+    EXPECT_EQ(lines_with(text, "\"error\":\"too short\"").size() >= 2, true);
+}
+
+TEST(CameraSim, ReplacesALeftoverPathAndKeepsItsTimeLimit) {
+    const std::string simPath = ipc_runtime_dir() + "/featureCamera_addr.socket";
+    write_file(simPath, "left over");
+    auto sim = start_camera_sim(ipc_runtime_dir() + "/limit.jsonl", {"--seconds", "0.5"});
+    EXPECT_EQ(sim->wait_exit(20s), 0);
+    EXPECT_NE(sim->out().find("camera_sim: stopped (time limit)"), std::string::npos) << sim->out();
+
+    auto bad = run(CAMERA_SIM_BIN, {"--seconds", "soon"});
+    EXPECT_EQ(bad->wait_exit(20s), 2);
+    EXPECT_NE(bad->err().find("--seconds"), std::string::npos);
+    auto help = run(CAMERA_SIM_BIN, {"--help"});
+    EXPECT_EQ(help->wait_exit(20s), 0);
+    EXPECT_NE(help->out().find("usage: camera_sim"), std::string::npos);
+}
+
+TEST(CameraSim, DaemonWithoutCameraGoesOn) {
+    // No camera process: the send fails with its lines and the inquiry times out.
+    unlink((ipc_runtime_dir() + "/featureCamera_addr.socket").c_str());
+    restart_feature_endpoint();
+    OutputCapture out;
+    OutputCapture err(2);
+    EXPECT_EQ(visca_move_to_object(), 0);
+    EXPECT_EQ(visca_inquire_zoom(), 1);
+    EXPECT_NE(err.finish().find("sendto: No such file or directory"), std::string::npos);
+    EXPECT_EQ(count_of(out.finish(), "ret == -1\n"), 3u);
+}
+
+TEST(FacedetCtl, SwitchesTheDaemonsCommandByte) {
+    ipc_runtime_dir();
+    ASSERT_EQ(detect_camera_udp_init(), 0);
+    const struct {
+        std::vector<std::string> args;
+        uint8_t first, second;
+    } cases[] = {
+        {{"run"}, 1, 1}, {{"off"}, 1, 2}, {{"stop"}, 1, 0}, {{"0x01", "0x02"}, 1, 2}, {{"7", "0"}, 7, 0}};
+    OutputCapture out;
+    for (const auto &c : cases) {
+        std::vector<std::string> args = {"--runtime-dir", ipc_runtime_dir()};
+        args.insert(args.end(), c.args.begin(), c.args.end());
+        auto ctl = run(FACEDET_CTL_BIN, args);
+        EXPECT_EQ(ctl->wait_exit(20s), 0) << ctl->err();
+        EXPECT_TRUE(eventually([&] { return MsgBuf[0] == c.first && MsgBuf[1] == c.second; })) << c.args[0];
+    }
+    out.finish();
+
+    auto badByte = run(FACEDET_CTL_BIN, {"1", "300"});
+    EXPECT_EQ(badByte->wait_exit(20s), 2);
+    EXPECT_NE(badByte->err().find("'300' is not a byte"), std::string::npos) << badByte->err();
+    auto nothing = run(FACEDET_CTL_BIN, {});
+    EXPECT_EQ(nothing->wait_exit(20s), 2);
+    TempDir empty;
+    auto noDaemon = run(FACEDET_CTL_BIN, {"--runtime-dir", empty.path(), "run"});
+    EXPECT_EQ(noDaemon->wait_exit(20s), 1);
+    EXPECT_NE(noDaemon->err().find("cannot send to " + empty.path() +
+                                   "/sin_addr.socket: No such file or directory"),
+              std::string::npos)
+        << noDaemon->err();
+}
+
+TEST(ShmTrackTool, WritesRecordsAndRemovesTheSegment) {
+    ipc_runtime_dir();
+    auto tool = run(SHM_TRACK_TEST_BIN, {"--rounds", "2", "--remove"});
+    EXPECT_EQ(tool->wait_exit(20s), 0) << tool->err();
+    EXPECT_EQ(tool->out(), "send data ok!!!\ncount:0\nsend data ok!!!\ncount:1\n");
+    ipc_remove_segment();
+}
