@@ -1,0 +1,153 @@
+// The feature-camera endpoint: VISCA packets to the camera's control process
+// and its replies back, on one socket.
+#include <pthread.h>
+#include <sys/prctl.h>
+#include <sys/select.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+
+#include "dbgout/dbgout.h"
+#include "net_communication/net_communication.h"
+#include "net_communication/net_state.h"
+#include "visca/visca.h"
+
+namespace {
+
+// Ends the VISCA receive thread after it gave up its socket.
+void *close_feature_socket(NetState &state, int fd) {
+    close(fd);
+    state.featureFd = 0;
+    return nullptr;
+}
+
+}  // namespace
+
+int camera_udp_init() {
+    detect_camera_udp_init();
+    featureCamera_udp_init();
+    return 0;
+}
+
+int featureCamera_udp_init() {
+    net_paths_init();
+    NetState &state = net_state();
+    state.featureFd = 0;
+    int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
+    state.featureFd = fd;
+    if (fd < 0) {
+        return -1;
+    }
+    // The socket gets no path. The camera process answers to the sender of each
+    // packet, and an unbound local datagram socket has no address it could
+    // answer to; binding with the family alone makes the kernel give it a
+    // unique abstract name (autobind), which the receiver sees as the sender.
+    sockaddr_un unnamed;
+    memset(&unnamed, 0, sizeof unnamed);
+    unnamed.sun_family = AF_UNIX;
+    bind(fd, reinterpret_cast<const sockaddr *>(&unnamed), sizeof(sa_family_t));
+
+    net_set_path(state.featureCameraAddr, featureCamera_path);
+
+    if (state.featureRxRunning) {
+        return 0;
+    }
+    // Marked before the start, so that a thread that ends at once is not
+    // marked running after it has gone.
+    state.featureRxRunning = 1;
+    if (pthread_create(&state.featureThread, nullptr, udp_rx_featureVISCA_main, nullptr) != 0) {
+        state.featureRxRunning = 0;
+        traceout("[%s %s +%-4d %s] create udp_rx_panoPTZ_main thread failed!\n\n", trace_time_string(),
+                 kNetTraceSource, 216, "featureCamera_udp_init");
+        return -1;
+    }
+    pthread_detach(state.featureThread);
+    return 0;
+}
+
+void *udp_rx_featureVISCA_main(void *unused) {
+    (void)unused;
+    NetState &state = net_state();
+    uint8_t buffer[256];
+    memset(buffer, 0, sizeof buffer);
+    // Armed once: select counts it down, so after its first expiry every
+    // later wait is a poll and the pace is set by the 10 ms sleep below.
+    struct timeval timeout = {0, 50000};
+    prctl(PR_SET_NAME, "udp_rx_featureVISCA_main");
+
+    while (state.featureStopRequest != 1) {
+        const int fd = state.featureFd;
+        fd_set readable;
+        FD_ZERO(&readable);
+        FD_SET(fd, &readable);
+        if (select(fd + 1, &readable, nullptr, nullptr, &timeout) < 0) {
+            close_feature_socket(state, fd);
+            traceout("[%s %s +%-4d %s] select fail!\n\n", trace_time_string(), kNetTraceSource, 1073,
+                     "udp_rx_featureVISCA_main");
+            state.featureRxRunning = 0;
+            return nullptr;
+        }
+
+        memset(buffer, 0, sizeof buffer);
+        if (FD_ISSET(fd, &readable)) {
+            sockaddr_un sender;
+            socklen_t senderLength = sizeof sender;
+            ssize_t received = recvfrom(fd, buffer, sizeof buffer, MSG_DONTWAIT,
+                                        reinterpret_cast<sockaddr *>(&sender), &senderLength);
+            if (received == -1) {
+                printf("\n\n ---------------udp_rx_featureVISCA_main ----------------- Receive error\n");
+                perror("socket");
+                state.featureRxRunning = 0;
+                return nullptr;
+            }
+            // Replies go to whoever answered last (the camera process itself).
+            net_store_sender(state.featureCameraAddr, sender, senderLength);
+            if (received > static_cast<ssize_t>(sizeof buffer)) {
+                printf(
+                    "\n\n ---------------udp_rx_featureVISCA_main ----------------- Receive too many "
+                    "error\n");
+                close_feature_socket(state, fd);
+                state.featureRxRunning = 0;
+                return nullptr;
+            }
+            // A full 256-byte datagram counts as 0 here and is ignored as too short.
+            VISCA_Command_Receive(buffer, static_cast<uint8_t>(received));
+        }
+        usleep(10000);
+    }
+
+    state.featureStopRequest = 0;
+    close_feature_socket(state, state.featureFd);
+    traceout("[%s %s +%-4d %s] close feature udp rx thread!\n", trace_time_string(), kNetTraceSource, 1060,
+             "udp_rx_featureVISCA_main");
+    state.featureRxRunning = 0;
+    return nullptr;
+}
+
+int camera_send(const uint8_t *buffer, int length, int target) {
+    net_paths_init();
+    NetState &state = net_state();
+    if (target == kTargetFeatureCamera) {
+        const int fd = state.featureFd;
+        if (fd > 0) {
+            sockaddr_un destination = net_load_addr(state.featureCameraAddr);
+            ssize_t ret = sendto(fd, buffer, length, 0, reinterpret_cast<const sockaddr *>(&destination),
+                                 kUnixAddrLength);
+            printf("ret == %d\n", static_cast<int>(ret));
+            printf("featureCamera_addr.sun_family == %d\n", destination.sun_family);
+            if (ret < 0) {
+                perror("sendto");
+                return -1;
+            }
+        }
+        return 0;
+    }
+    if (target == kTargetUdp1259) {
+        send_udp_1259(buffer, length);
+        return 0;
+    }
+    return 0;
+}

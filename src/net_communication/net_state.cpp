@@ -1,0 +1,52 @@
+// The endpoints' module state and the runtime paths of their sockets.
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "faceDet/runtime_env.h"
+#include "net_communication/net_communication.h"
+#include "net_communication/net_state.h"
+
+const char *sin_path = nullptr;
+const char *itself_path = nullptr;
+const char *featureCamera_path = nullptr;
+
+void net_paths_init() {
+    // The runtime directory comes from the environment, which a test sets
+    // after static construction; so the paths are made at first use, once.
+    static const bool ready = [] {
+        static const std::string sinText = runtime_path("sin_addr.socket");
+        static const std::string itselfText = runtime_path("itself_addr.socket");
+        static const std::string featureText = runtime_path("featureCamera_addr.socket");
+        sin_path = sinText.c_str();
+        itself_path = itselfText.c_str();
+        featureCamera_path = featureText.c_str();
+        return true;
+    }();
+    (void)ready;
+}
+
+NetState &net_state() {
+    static NetState state;
+    return state;
+}
+
+void net_store_sender(sockaddr_un &record, const sockaddr_un &from, socklen_t length) {
+    if (length > sizeof record) {
+        length = sizeof record;
+    }
+    std::lock_guard<std::mutex> guard(net_state().addrLock);
+    memcpy(&record, &from, length);
+}
+
+void net_set_path(sockaddr_un &record, const char *path) {
+    std::lock_guard<std::mutex> guard(net_state().addrLock);
+    memset(&record, 0, sizeof record);
+    record.sun_family = AF_UNIX;
+    snprintf(record.sun_path, sizeof record.sun_path, "%s", path);
+}
+
+sockaddr_un net_load_addr(const sockaddr_un &record) {
+    std::lock_guard<std::mutex> guard(net_state().addrLock);
+    return record;
+}

@@ -1,0 +1,268 @@
+/*
+ * camera_sim: the camera's control process on a PC. It owns the feature-camera
+ * socket, answers the daemon's VISCA packets as the camera would, and moves a
+ * virtual pan-tilt-zoom head in real time, logging both as JSON lines.
+ */
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "sim_protocol.h"
+#include "sim_ptz.h"
+
+namespace {
+
+volatile sig_atomic_t g_stop = 0;
+
+void on_signal(int) {
+    g_stop = 1;
+}
+
+constexpr int64_t kSampleMicros = 20000;  // state samples while moving
+
+int64_t now_us() {
+    struct timespec ts;
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<int64_t>(ts.tv_sec) * 1000000 + ts.tv_nsec / 1000;
+}
+
+void usage(FILE *out) {
+    fprintf(out,
+            "usage: camera_sim [--runtime-dir DIR] [--log FILE] [--seconds S]\n"
+            "  Answers VISCA packets on DIR/featureCamera_addr.socket as the camera's\n"
+            "  control process and moves a virtual pan-tilt-zoom head.\n"
+            "  --runtime-dir DIR  socket folder (default $FACEDET_RUNTIME_DIR, else /dev)\n"
+            "  --log FILE         JSON lines: every packet and the head's state over time\n"
+            "  --seconds S        stop after S seconds (default: until SIGINT or SIGTERM)\n");
+}
+
+struct Options {
+    std::string runtimeDir;
+    std::string logPath;
+    double seconds = 0;
+};
+
+// 0 to run, else the exit status.
+int parse_options(int argc, char **argv, Options *options) {
+    const char *env = getenv("FACEDET_RUNTIME_DIR");
+    options->runtimeDir = env && *env ? env : "/dev";
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        if (arg == "--help" || arg == "-h") {
+            usage(stdout);
+            return -1;
+        }
+        if ((arg == "--runtime-dir" || arg == "--log" || arg == "--seconds") && i + 1 >= argc) {
+            fprintf(stderr, "camera_sim: %s needs a value\n", arg.c_str());
+            return 2;
+        }
+        if (arg == "--runtime-dir") {
+            options->runtimeDir = argv[++i];
+        } else if (arg == "--log") {
+            options->logPath = argv[++i];
+        } else if (arg == "--seconds") {
+            char *end = nullptr;
+            options->seconds = strtod(argv[++i], &end);
+            if (end == argv[i] || *end != '\0' || options->seconds <= 0) {
+                fprintf(stderr, "camera_sim: --seconds wants a positive number, not '%s'\n", argv[i]);
+                return 2;
+            }
+        } else {
+            fprintf(stderr, "camera_sim: unknown argument '%s'\n", arg.c_str());
+            usage(stderr);
+            return 2;
+        }
+    }
+    return 0;
+}
+
+class Simulator {
+  public:
+    Simulator(int fd, FILE *log) : fd_(fd), log_(log) {}
+
+    void log_line(const std::string &json) {
+        if (log_) {
+            fprintf(log_, "%s\n", json.c_str());
+            fflush(log_);
+        }
+    }
+
+    std::string stamp(const char *event) const {
+        return "{\"t_us\":" + std::to_string(now_us()) + ",\"event\":\"" + event + "\"";
+    }
+
+    void sample() {
+        char text[320];
+        snprintf(text, sizeof text,
+                 ",\"pan\":%.1f,\"tilt\":%.1f,\"width\":%.1f,\"height\":%.1f,\"target_pan\":%.1f,"
+                 "\"target_tilt\":%.1f,\"target_width\":%.1f,\"moving\":%s}",
+                 ptz_.pan().position, ptz_.tilt().position, ptz_.zoom().position,
+                 ptz_.zoom().position * 9 / 16, ptz_.pan().target, ptz_.tilt().target, ptz_.zoom().target,
+                 ptz_.moving() ? "true" : "false");
+        log_line(stamp("state") + text);
+        lastSample_ = now_us();
+    }
+
+    void send_reply(const Bytes &reply, const sockaddr_un &to, socklen_t toLength) {
+        std::string line = stamp("tx") + ",\"bytes\":\"" + hex_bytes(reply.data(), reply.size()) + "\"";
+        if (toLength <= sizeof(sa_family_t)) {
+            // An unnamed sender cannot be answered.
+            log_line(line + ",\"sent\":false,\"error\":\"sender has no address\"}");
+            return;
+        }
+        if (sendto(fd_, reply.data(), reply.size(), MSG_DONTWAIT, reinterpret_cast<const sockaddr *>(&to),
+                   toLength) < 0) {
+            log_line(line + ",\"sent\":false,\"error\":\"" + strerror(errno) + "\"}");
+            return;
+        }
+        log_line(line + ",\"sent\":true}");
+    }
+
+    void handle(const uint8_t *packet, int length, const sockaddr_un &from, socklen_t fromLength) {
+        std::string line = stamp("rx") + ",\"len\":" + std::to_string(length) + ",\"bytes\":\"" +
+                           hex_bytes(packet, length) + "\"";
+        SimCommand command;
+        const char *reason = "";
+        if (!parse_sim_command(packet, length, &command, &reason)) {
+            log_line(line + ",\"error\":\"" + reason + "\"}");
+            send_reply(reply_syntax_error(), from, fromLength);
+            return;
+        }
+        log_line(line + ",\"command\":" + std::to_string(command.id) + ",\"name\":\"" + command.name + "\"}");
+        if (command.inquiry) {
+            send_reply(ptz_.inquiry_reply(command), from, fromLength);
+            return;
+        }
+        send_reply(reply_ack(), from, fromLength);
+        const bool changed = ptz_.apply(command);
+        // The camera reports completion once it has taken the command, not when
+        // a motion ends: the daemon never waits for the end of a move.
+        send_reply(reply_completion(), from, fromLength);
+        if (changed) {
+            sample();
+        }
+    }
+
+    // Receives everything waiting on the socket.
+    void drain() {
+        uint8_t packet[512];
+        for (;;) {
+            sockaddr_un from;
+            memset(&from, 0, sizeof from);
+            socklen_t fromLength = sizeof from;
+            ssize_t n = recvfrom(fd_, packet, sizeof packet, MSG_DONTWAIT,
+                                 reinterpret_cast<sockaddr *>(&from), &fromLength);
+            if (n < 0) {
+                return;
+            }
+            handle(packet, static_cast<int>(n), from, fromLength);
+        }
+    }
+
+    // Moves the head to the present; samples while it moves and once when it stops.
+    void tick() {
+        const int64_t now = now_us();
+        const bool wasMoving = ptz_.moving();
+        ptz_.advance(static_cast<double>(now - lastAdvance_) / 1e6);
+        lastAdvance_ = now;
+        if (wasMoving && (!ptz_.moving() || now - lastSample_ >= kSampleMicros)) {
+            sample();
+        }
+    }
+
+    int wait_ms() const {
+        if (!ptz_.moving()) {
+            return 100;
+        }
+        const int64_t left = kSampleMicros - (now_us() - lastSample_);
+        return left > 0 ? static_cast<int>((left + 999) / 1000) : 0;
+    }
+
+  private:
+    int fd_;
+    FILE *log_;
+    SimPtz ptz_;
+    int64_t lastAdvance_ = now_us();
+    int64_t lastSample_ = 0;
+};
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    Options options;
+    const int parsed = parse_options(argc, argv, &options);
+    if (parsed != 0) {
+        return parsed < 0 ? 0 : parsed;
+    }
+
+    const std::string path = options.runtimeDir + "/featureCamera_addr.socket";
+    sockaddr_un address;
+    memset(&address, 0, sizeof address);
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof address.sun_path) {
+        fprintf(stderr, "camera_sim: socket path too long: %s\n", path.c_str());
+        return 1;
+    }
+    memcpy(address.sun_path, path.c_str(), path.size() + 1);
+
+    FILE *log = nullptr;
+    if (!options.logPath.empty()) {
+        log = fopen(options.logPath.c_str(), "w");
+        if (log == nullptr) {
+            fprintf(stderr, "camera_sim: cannot write %s: %s\n", options.logPath.c_str(), strerror(errno));
+            return 1;
+        }
+    }
+
+    int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
+    unlink(path.c_str());  // a socket left by an earlier run
+    if (fd < 0 || bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) < 0) {
+        fprintf(stderr, "camera_sim: cannot bind %s: %s\n", path.c_str(), strerror(errno));
+        return 1;
+    }
+
+    struct sigaction action;
+    memset(&action, 0, sizeof action);
+    action.sa_handler = on_signal;  // no SA_RESTART: poll returns at once
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+
+    Simulator sim(fd, log);
+    sim.log_line(sim.stamp("start") + ",\"socket\":\"" + path + "\"}");
+    sim.sample();
+    printf("camera_sim: listening on %s\n", path.c_str());
+    fflush(stdout);
+
+    const int64_t end = options.seconds > 0 ? now_us() + static_cast<int64_t>(options.seconds * 1e6) : 0;
+    const char *reason = "signal";
+    while (!g_stop) {
+        if (end != 0 && now_us() >= end) {
+            reason = "time limit";
+            break;
+        }
+        struct pollfd waiting = {fd, POLLIN, 0};
+        int ready = poll(&waiting, 1, sim.wait_ms());
+        sim.tick();
+        if (ready > 0) {
+            sim.drain();
+        }
+    }
+
+    sim.log_line(sim.stamp("stop") + ",\"reason\":\"" + reason + "\"}");
+    close(fd);
+    unlink(path.c_str());
+    if (log) {
+        fclose(log);
+    }
+    printf("camera_sim: stopped (%s)\n", reason);
+    return 0;
+}

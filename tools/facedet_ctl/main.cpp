@@ -1,0 +1,118 @@
+/*
+ * facedet_ctl: switches auto framing of a running faceDet by sending the two
+ * control bytes to its control socket.
+ */
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace {
+
+void usage(FILE *out) {
+    fprintf(out,
+            "usage: facedet_ctl [--runtime-dir DIR] run|stop|off\n"
+            "       facedet_ctl [--runtime-dir DIR] BYTE0 BYTE1\n"
+            "  run   auto framing on            (bytes 0x01 0x01)\n"
+            "  stop  auto framing stopped, full view (0x01 0x00)\n"
+            "  off   auto framing off, view reset    (0x01 0x02)\n"
+            "  BYTE0 BYTE1: two raw bytes, decimal or 0x-hex, 0..255\n"
+            "  --runtime-dir DIR: where faceDet's sockets are (default $FACEDET_RUNTIME_DIR, else /dev)\n");
+}
+
+bool parse_byte(const char *text, uint8_t *value) {
+    errno = 0;
+    char *end = nullptr;
+    long parsed = strtol(text, &end, 0);
+    // A leading 0 is decimal, not octal.
+    if (text[0] == '0' && text[1] != 'x' && text[1] != 'X' && text[1] != '\0') {
+        parsed = strtol(text, &end, 10);
+    }
+    if (errno != 0 || end == text || *end != '\0' || parsed < 0 || parsed > 255) {
+        return false;
+    }
+    *value = static_cast<uint8_t>(parsed);
+    return true;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    const char *env = getenv("FACEDET_RUNTIME_DIR");
+    std::string runtimeDir = env && *env ? env : "/dev";
+    std::vector<std::string> words;
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        if (arg == "--help" || arg == "-h") {
+            usage(stdout);
+            return 0;
+        }
+        if (arg == "--runtime-dir") {
+            if (i + 1 >= argc) {
+                fprintf(stderr, "facedet_ctl: --runtime-dir needs a folder\n");
+                return 2;
+            }
+            runtimeDir = argv[++i];
+        } else {
+            words.push_back(arg);
+        }
+    }
+
+    uint8_t bytes[2] = {0x01, 0x00};
+    if (words.size() == 1 && words[0] == "run") {
+        bytes[1] = 0x01;
+    } else if (words.size() == 1 && words[0] == "stop") {
+        bytes[1] = 0x00;
+    } else if (words.size() == 1 && words[0] == "off") {
+        bytes[1] = 0x02;
+    } else if (words.size() == 2) {
+        for (int i = 0; i < 2; ++i) {
+            if (!parse_byte(words[i].c_str(), &bytes[i])) {
+                fprintf(stderr, "facedet_ctl: '%s' is not a byte (0..255, decimal or 0x-hex)\n",
+                        words[i].c_str());
+                return 2;
+            }
+        }
+    } else {
+        if (words.empty()) {
+            fprintf(stderr, "facedet_ctl: say run, stop, off or two bytes\n");
+        } else {
+            fprintf(stderr, "facedet_ctl: unknown command '%s'\n", words[0].c_str());
+        }
+        usage(stderr);
+        return 2;
+    }
+
+    const std::string path = runtimeDir + "/sin_addr.socket";
+    sockaddr_un address;
+    memset(&address, 0, sizeof address);
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof address.sun_path) {
+        fprintf(stderr, "facedet_ctl: socket path too long: %s\n", path.c_str());
+        return 1;
+    }
+    memcpy(address.sun_path, path.c_str(), path.size() + 1);
+
+    int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
+    if (fd < 0) {
+        fprintf(stderr, "facedet_ctl: cannot create a socket: %s\n", strerror(errno));
+        return 1;
+    }
+    if (sendto(fd, bytes, sizeof bytes, 0, reinterpret_cast<const sockaddr *>(&address), sizeof address) !=
+        static_cast<ssize_t>(sizeof bytes)) {
+        const int error = errno;
+        fprintf(stderr, "facedet_ctl: cannot send to %s: %s%s\n", path.c_str(), strerror(error),
+                error == ENOENT || error == ECONNREFUSED ? " (is faceDet running there?)" : "");
+        close(fd);
+        return 1;
+    }
+    close(fd);
+    printf("sent 0x%02x 0x%02x to %s\n", bytes[0], bytes[1], path.c_str());
+    return 0;
+}
