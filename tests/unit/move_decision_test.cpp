@@ -1,0 +1,433 @@
+// The pan/tilt/zoom move decision: framing, bands, persistence limits, the
+// two threshold sets, the no-face timeout and the trace texts.
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "autoframe_test_util.h"
+#include "faceDet/move_decision.h"
+#include "output_capture.h"
+
+namespace {
+
+// Every field, for comparing whole states.
+std::string dump(const MoveDecisionState &s) {
+    std::ostringstream os;
+    const Rect_t rects[] = {s.objRect, s.outRect};
+    for (const Rect_t &r : rects) {
+        os << r.x << "," << r.y << "," << r.width << "," << r.height << ";";
+    }
+    const int32_t values[] = {s.overFullView,     s.prev_x,        s.prev_y,
+                              s.prev_width,       s.fea_x,         s.fea_y,
+                              s.fea_width,        s.fea_height,    s.countNum_z_in,
+                              s.countNum_z_out,   s.countNum_p_l1, s.countNum_p_r1,
+                              s.countNum_p_l2,    s.countNum_p_r2, s.countNum_t_t,
+                              s.countNum_t_b,     s.change_z,      s.change_p,
+                              s.change_t,         s.changeFlag,    s.stopCountNumFlag,
+                              s.moveCountNumFlag, s.noObjNumCount};
+    for (int32_t v : values) {
+        os << v << ",";
+    }
+    for (int32_t v : s.tempObjectData) {
+        os << v << ",";
+    }
+    return os.str();
+}
+
+// The camera last sent to a framing of width p centred at (x, y), judged at
+// rest.
+MoveDecisionState sent_to(int32_t p, int32_t x, int32_t y) {
+    MoveDecisionState s;
+    s.prev_width = p;
+    s.prev_x = x;
+    s.prev_y = y;
+    return s;
+}
+
+Rect_t framing(int32_t x, int32_t y, int32_t w) {
+    return {x, y, w, w * 9 / 16};
+}
+
+struct Outcome {
+    int decision;
+    std::vector<std::string> messages;
+};
+
+Outcome decide(MoveDecisionState &s, const Rect_t &f, int mode = 1) {
+    OutputCapture capture;
+    const int d = change_decision(s, mode, f);
+    return {d, info_messages(capture.finish())};
+}
+
+struct StepOutcome {
+    MoveRequest request;
+    std::vector<std::string> messages;
+};
+
+StepOutcome frame_with(MoveDecisionState &s, TargetSelectionState &sel, const Rect_t &person) {
+    sel.faceNum = 1;
+    sel.personCenterRect = person;
+    OutputCapture capture;
+    const MoveRequest r = move_decision_step(s, sel);
+    return {r, info_messages(capture.finish())};
+}
+
+}  // namespace
+
+TEST(MoveDecision, ModeOtherThanOneReturnsZeroAndTouchesNothing) {
+    MoveDecisionState s = sent_to(960, 960, 540);
+    s.countNum_p_r1 = 2;
+    s.changeFlag = 1;
+    s.fea_width = 77;
+    const std::string before = dump(s);
+    for (int mode : {0, 2, -1, 100}) {
+        // Differences that would otherwise move at once.
+        const Outcome o = decide(s, framing(100, 100, 1900), mode);
+        EXPECT_EQ(o.decision, 0) << mode;
+        EXPECT_TRUE(o.messages.empty()) << mode;
+        EXPECT_EQ(dump(s), before) << mode;
+    }
+}
+
+TEST(MoveDecision, FirstFramingMovesAtOnceAndFillsTheObjectRecord) {
+    MoveDecisionState s;
+    s.countNum_t_b = 2;
+    s.countNum_p_l2 = 1;
+    s.noObjNumCount = 4;
+    s.tempObjectData[5] = 99;
+    TargetSelectionState sel;
+    // 300 x 285 person: framing 506 x 285 around (950, 482).
+    const StepOutcome o = frame_with(s, sel, {800, 340, 300, 285});
+    EXPECT_EQ(o.request, MoveRequest::MoveToObject);
+    EXPECT_EQ(s.objRect, (Rect_t{800, 340, 300, 285}));
+    EXPECT_EQ(s.outRect, (Rect_t{950, 482, 506, 285}));
+    EXPECT_EQ(s.tempObjectData[kObjectPanPoint], -10);
+    EXPECT_EQ(s.tempObjectData[kObjectTiltPoint], 58);
+    EXPECT_EQ(s.tempObjectData[kObjectZoomPoint], 506);
+    EXPECT_EQ(s.tempObjectData[5], 99) << "only fields 1, 2, 3 are filled on a move";
+    EXPECT_EQ(s.prev_x, 950);
+    EXPECT_EQ(s.prev_y, 482);
+    EXPECT_EQ(s.prev_width, 506);
+    EXPECT_EQ(s.countNum_t_b, 0);
+    EXPECT_EQ(s.countNum_p_l2, 0);
+    EXPECT_EQ(s.changeFlag, 1);
+    EXPECT_EQ(s.change_z, 1);
+    EXPECT_EQ(s.noObjNumCount, 0);
+    EXPECT_FALSE(sel.targetLost);
+    EXPECT_EQ(o.messages, (std::vector<std::string>{
+                              "******** change_z = 1, abs > 0.4 ***********",
+                              "******************** panPoint = -10 *******************",
+                              "******************** tiltPoint = 58 ******************",
+                              "******************** zoomPoint = 506 ******************",
+                          }));
+
+    // The same person again: nothing to do, the camera stays.
+    const StepOutcome again = frame_with(s, sel, {800, 340, 300, 285});
+    EXPECT_EQ(again.request, MoveRequest::None);
+    EXPECT_TRUE(again.messages.empty());
+    EXPECT_EQ(s.changeFlag, 0);
+}
+
+TEST(MoveDecision, WidthsAreComparedClampedButTheZoomPointIsNot) {
+    MoveDecisionState wide = sent_to(1920, 960, 540);
+    EXPECT_EQ(decide(wide, framing(960, 540, 2400)).decision, 0);
+    EXPECT_EQ(wide.fea_width, 1920);
+    EXPECT_EQ(wide.fea_height, 1350);
+
+    MoveDecisionState narrow = sent_to(480, 960, 540);
+    EXPECT_EQ(decide(narrow, framing(960, 540, 300)).decision, 0);
+    EXPECT_EQ(narrow.fea_width, 480);
+
+    // A 90 x 90 person frames 160 wide: compared as 480, sent as 160.
+    MoveDecisionState s;
+    TargetSelectionState sel;
+    EXPECT_EQ(frame_with(s, sel, {900, 450, 90, 90}).request, MoveRequest::MoveToObject);
+    EXPECT_EQ(s.fea_width, 480);
+    EXPECT_EQ(s.tempObjectData[kObjectZoomPoint], 160);
+    EXPECT_EQ(s.prev_width, 160);
+}
+
+TEST(MoveDecision, FarLeftTargetIsHeldInsideAndThenFollowsPansJustOverOneTwentyFourth) {
+    // Person at the left edge frames 506 wide around x 150: pushed to 253.
+    TargetSelectionState sel;
+    MoveDecisionState still = sent_to(506, 274, 482);  // 21 = 506 / 24 away: not over it
+    const StepOutcome o = frame_with(still, sel, {0, 340, 300, 285});
+    EXPECT_EQ(o.request, MoveRequest::None);
+    EXPECT_EQ(still.outRect, (Rect_t{253, 482, 506, 285}));
+    EXPECT_EQ(still.overFullView, 1);
+
+    MoveDecisionState s = sent_to(506, 275, 482);  // 22 away, below 506 / 12
+    const StepOutcome moved = frame_with(s, sel, {0, 340, 300, 285});
+    EXPECT_EQ(moved.request, MoveRequest::MoveToObject);
+    EXPECT_EQ(s.change_p, 1);
+    EXPECT_EQ(s.changeFlag, 1);
+    EXPECT_EQ(s.overFullView, 0) << "a move clears it";
+    EXPECT_EQ(s.tempObjectData[kObjectPanPoint], 253 - 960);
+    // This move has no decision trace of its own, only the three points.
+    EXPECT_EQ(moved.messages.size(), 3u);
+    EXPECT_EQ(moved.messages[0], "******************** panPoint = -707 *******************");
+}
+
+TEST(MoveDecision, OnlyTheHorizontalPushesMarkOverFullView) {
+    TargetSelectionState sel;
+    // Top: 600 x 200 frames 600 x 337; centre y 100 is pushed to 168.
+    MoveDecisionState top = sent_to(600, 1100, 168);
+    EXPECT_EQ(frame_with(top, sel, {800, 0, 600, 200}).request, MoveRequest::None);
+    EXPECT_EQ(top.outRect, (Rect_t{1100, 168, 600, 337}));
+    EXPECT_EQ(top.overFullView, 0);
+
+    // Bottom: centre y 1029 is pushed to 1080 - 168.
+    MoveDecisionState bottom = sent_to(600, 1100, 912);
+    EXPECT_EQ(frame_with(bottom, sel, {800, 980, 600, 99}).request, MoveRequest::None);
+    EXPECT_EQ(bottom.outRect.y, 912);
+    EXPECT_EQ(bottom.overFullView, 0);
+
+    // Right: centre x 1809 is pushed to 1920 - 253.
+    MoveDecisionState right = sent_to(506, 1667, 482);
+    EXPECT_EQ(frame_with(right, sel, {1700, 340, 219, 285}).request, MoveRequest::None);
+    EXPECT_EQ(right.outRect.x, 1667);
+    EXPECT_EQ(right.overFullView, 1);
+}
+
+TEST(MoveDecision, BandBoundariesBelongToTheLargerBand) {
+    // Zoom against P = 1000: 400 is large, 399 medium, 200 medium, 199 nothing.
+    MoveDecisionState z = sent_to(1000, 960, 540);
+    Outcome o = decide(z, framing(960, 540, 1400));
+    EXPECT_EQ(o.decision, 1);
+    EXPECT_EQ(o.messages, std::vector<std::string>{"******** change_z = 1, abs > 0.4 ***********"});
+    z = sent_to(1000, 960, 540);
+    EXPECT_EQ(decide(z, framing(960, 540, 1399)).decision, 0);
+    EXPECT_EQ(z.countNum_z_in, 1);
+    z = sent_to(1000, 960, 540);
+    EXPECT_EQ(decide(z, framing(960, 540, 1200)).decision, 0);
+    EXPECT_EQ(z.countNum_z_in, 1);
+    z = sent_to(1000, 960, 540);
+    decide(z, framing(960, 540, 1199));
+    EXPECT_EQ(z.countNum_z_in, 0);
+    z = sent_to(1000, 960, 540);
+    decide(z, framing(960, 540, 800));
+    EXPECT_EQ(z.countNum_z_out, 1);
+    z = sent_to(1000, 960, 540);
+    decide(z, framing(960, 540, 801));
+    EXPECT_EQ(z.countNum_z_out, 0);
+
+    // Pan against P = 960: 320 = P/3 large, 319 band 2, 160 = P/6 band 2,
+    // 159 band 1, 80 = P/12 band 1, 79 nothing.
+    MoveDecisionState p = sent_to(960, 960, 540);
+    o = decide(p, framing(960 + 320, 540, 960));
+    EXPECT_EQ(o.decision, 1);
+    EXPECT_EQ(o.messages, std::vector<std::string>{"******** change_p = 1, 2/6 < abs ***********"});
+    struct PanCase {
+        int dx;
+        int r2, r1;
+    } pans[] = {{319, 1, 0}, {160, 1, 0}, {159, 0, 1}, {80, 0, 1}, {79, 0, 0}};
+    for (const PanCase &c : pans) {
+        p = sent_to(960, 960, 540);
+        EXPECT_EQ(decide(p, framing(960 + c.dx, 540, 960)).decision, 0) << c.dx;
+        EXPECT_EQ(p.countNum_p_r2, c.r2) << c.dx;
+        EXPECT_EQ(p.countNum_p_r1, c.r1) << c.dx;
+    }
+
+    // Tilt against P = 960 (Q = 60): 0.6 * 180 = 108 large, 0.6 * 90 = 54 medium.
+    MoveDecisionState t = sent_to(960, 960, 540);
+    o = decide(t, framing(960, 540 + 108, 960));
+    EXPECT_EQ(o.decision, 1);
+    EXPECT_EQ(o.messages, std::vector<std::string>{"******** change_t = 1, 2/6 < abs, ***********"});
+    struct TiltCase {
+        int dy;
+        int b;
+    } tilts[] = {{107, 1}, {54, 1}, {53, 0}};
+    for (const TiltCase &c : tilts) {
+        t = sent_to(960, 960, 540);
+        EXPECT_EQ(decide(t, framing(960, 540 + c.dy, 960)).decision, 0) << c.dy;
+        EXPECT_EQ(t.countNum_t_b, c.b) << c.dy;
+    }
+}
+
+// A medium difference held frame after frame: how many frames until the
+// move, and its trace, under each threshold set.
+struct PersistenceCase {
+    const char *what;
+    int dx, dy, dw;
+    int atRestFrames, afterMoveFrames;
+    const char *atRestText, *afterMoveText;
+};
+
+class Persistence : public ::testing::TestWithParam<PersistenceCase> {};
+
+TEST_P(Persistence, AtRestAndAfterAMove) {
+    const PersistenceCase &c = GetParam();
+    for (bool afterMove : {false, true}) {
+        MoveDecisionState s = sent_to(960, 960, 540);
+        const Rect_t f = framing(960 + c.dx, 540 + c.dy, 960 + c.dw);
+        const int want = afterMove ? c.afterMoveFrames : c.atRestFrames;
+        int frames = 0;
+        Outcome o{0, {}};
+        while (o.decision == 0 && frames < 10) {
+            // A decision to stay clears changeFlag, which would end the
+            // after-move set after one frame; it is held here to reach its limit.
+            if (afterMove) {
+                s.changeFlag = 1;
+            }
+            o = decide(s, f);
+            ++frames;
+            if (o.decision == 0) {
+                EXPECT_TRUE(o.messages.empty()) << c.what;
+            }
+        }
+        EXPECT_EQ(frames, want) << c.what << (afterMove ? " after a move" : " at rest");
+        EXPECT_EQ(o.messages, std::vector<std::string>{afterMove ? c.afterMoveText : c.atRestText}) << c.what;
+        EXPECT_EQ(s.changeFlag, 1);
+        EXPECT_EQ(afterMove ? s.moveCountNumFlag : s.stopCountNumFlag, 0) << c.what;
+    }
+}
+
+// P = 960: zoom medium 192..383, pan band 2 160..319, band 1 80..159, tilt
+// medium 54..107. After a move, band 2 counts leftward for a centre left of
+// x = 960 (the previous width).
+INSTANTIATE_TEST_SUITE_P(
+    MoveDecision, Persistence,
+    ::testing::Values(
+        PersistenceCase{"large zoom", 0, 0, 400, 1, 1, "******** change_z = 1, abs > 0.4 ***********",
+                        "******** change_z = 1, 0.4 < abs, ***********"},
+        PersistenceCase{"zoom in", 0, 0, 250, 4, 3,
+                        "******** change_z = 1, 0.2 < abs < 0.4, countNum_z_in > 3 ***********",
+                        "******** change_z = 1, 0.2 < abs < 0.4, countNum_z_in > 2***********"},
+        PersistenceCase{"zoom out", 0, 0, -260, 4, 3,
+                        "******** change_z = 1, 0.2 < abs < 0.4, countNum_z_out > 3 ***********",
+                        "******** change_z = 1, 0.2 < abs < 0.4, countNum_z_out > 2***********"},
+        PersistenceCase{"large pan", -330, 0, 0, 1, 1, "******** change_p = 1, 2/6 < abs ***********",
+                        "******** change_p = 1, 2/6 < abs, ***********"},
+        PersistenceCase{"pan band 2 right", 200, 0, 0, 4, 3,
+                        "******** change_p = 1, 1/6 < abs < 2/6, countNum_p_r2 > 3 ***********",
+                        "******** change_p = 1, 1/6 < abs < 2/6, countNum_p_r2 > 2 ***********"},
+        PersistenceCase{"pan band 2 left", -200, 0, 0, 4, 3,
+                        "******** change_p = 1, 1/6 < abs < 2/6, countNum_p_l2 > 3 ***********",
+                        "******** change_p = 1, 1/6 < abs < 2/6, countNum_p_l2 > 2 ***********"},
+        PersistenceCase{"pan band 1 right", 100, 0, 0, 5, 4,
+                        "******** change_p = 1, 1/12 < abs < 1/6, countNum_p_r1 > 6 ***********",
+                        "******** change_p = 1, 1/12 < abs < 1/6, countNum_p_r1 > 4 ***********"},
+        PersistenceCase{"pan band 1 left", -100, 0, 0, 5, 4,
+                        "******** change_p = 1, 1/12 < abs < 1/6, countNum_p_l1 > 6 ***********",
+                        "******** change_p = 1, 1/12 < abs < 1/6, countNum_p_l1 > 4 ***********"},
+        PersistenceCase{"large tilt", 0, -108, 0, 1, 1, "******** change_t = 1, 2/6 < abs, ***********",
+                        "******** change_t = 1, 2/6 < abs, ***********"},
+        PersistenceCase{"tilt top", 0, -60, 0, 4, 3,
+                        "******** change_t = 1, 1/6 < abs < 2/6, countNum_t_t > 3 ***********",
+                        "******** change_t = 1, 1/6 < abs < 2/6, countNum_t_t > 2 ***********"},
+        PersistenceCase{"tilt bottom", 0, 60, 0, 4, 3,
+                        "******** change_t = 1, 1/6 < abs < 2/6, countNum_t_b > 3 ***********",
+                        "******** change_t = 1, 1/6 < abs < 2/6, countNum_t_b > 2 ***********"}),
+    [](const ::testing::TestParamInfo<PersistenceCase> &info) {
+        std::string name = info.param.what;
+        for (char &ch : name) {
+            ch = ch == ' ' ? '_' : ch;
+        }
+        return name;
+    });
+
+TEST(MoveDecision, AlternatingMediumPansNeverAccumulate) {
+    for (int dx : {200, 100}) {  // band 2, band 1
+        MoveDecisionState s = sent_to(960, 960, 540);
+        for (int frame = 0; frame < 12; ++frame) {
+            const bool right = frame % 2 == 0;
+            EXPECT_EQ(decide(s, framing(right ? 960 + dx : 960 - dx, 540, 960)).decision, 0)
+                << dx << " " << frame;
+            const int32_t counted = dx == 200 ? (right ? s.countNum_p_r2 : s.countNum_p_l2)
+                                              : (right ? s.countNum_p_r1 : s.countNum_p_l1);
+            EXPECT_EQ(counted, 1) << dx << " " << frame;
+            EXPECT_EQ(s.countNum_p_r2 + s.countNum_p_l2 + s.countNum_p_r1 + s.countNum_p_l1, 1);
+        }
+    }
+}
+
+TEST(MoveDecision, AfterAMoveBandTwoIsLeftwardWheneverTheCentreIsLeftOfThePreviousWidth) {
+    struct Case {
+        int prevX, x;
+        bool afterMove;
+        int l2, r2;
+    } cases[] = {
+        {300, 500, true, 1, 0},    // right of the old centre, but 500 < 960
+        {1200, 1000, true, 0, 1},  // left of the old centre, but 1000 >= 960
+        {300, 500, false, 0, 1},   // at rest the old centre decides
+        {1200, 1000, false, 1, 0},
+    };
+    for (const Case &c : cases) {
+        MoveDecisionState s = sent_to(960, c.prevX, 540);
+        s.changeFlag = c.afterMove ? 1 : 0;
+        EXPECT_EQ(decide(s, framing(c.x, 540, 960)).decision, 0);
+        EXPECT_EQ(s.countNum_p_l2, c.l2) << c.prevX << " -> " << c.x << (c.afterMove ? " after a move" : "");
+        EXPECT_EQ(s.countNum_p_r2, c.r2) << c.prevX << " -> " << c.x << (c.afterMove ? " after a move" : "");
+    }
+    // Band 1 keeps the centre test after a move too.
+    MoveDecisionState b1 = sent_to(960, 300, 540);
+    b1.changeFlag = 1;
+    decide(b1, framing(400, 540, 960));
+    EXPECT_EQ(b1.countNum_p_r1, 1);
+}
+
+TEST(MoveDecision, TheFrameAfterAMoveIsJudgedAfterMoveThenAtRest) {
+    MoveDecisionState s;
+    TargetSelectionState sel;
+    ASSERT_EQ(frame_with(s, sel, {800, 340, 300, 285}).request, MoveRequest::MoveToObject);  // P = 506
+    // The person steps 100 to the left (band 2 of 506). After the move the
+    // centre 850 is compared with the width 506: counted rightward.
+    frame_with(s, sel, {700, 340, 300, 285});
+    EXPECT_EQ(s.countNum_p_r2, 1);
+    EXPECT_EQ(s.changeFlag, 0);
+    // Now at rest, the old centre decides: leftward, the count starts anew.
+    frame_with(s, sel, {700, 340, 300, 285});
+    EXPECT_EQ(s.countNum_p_l2, 1);
+    EXPECT_EQ(s.countNum_p_r2, 0);
+}
+
+TEST(MoveDecision, TenFacelessFramesDoNothingAndTheEleventhSendsTheFullView) {
+    MoveDecisionState s = sent_to(506, 950, 482);
+    s.tempObjectData[kObjectPanPoint] = -10;
+    s.tempObjectData[kObjectTiltPoint] = 58;
+    s.tempObjectData[kObjectZoomPoint] = 506;
+    s.tempObjectData[kObjectField5] = 3;
+    TargetSelectionState sel;
+    sel.targetLost = false;
+    sel.faceNum = 0;
+    for (int frame = 1; frame <= 10; ++frame) {
+        EXPECT_EQ(move_decision_step(s, sel), MoveRequest::None) << frame;
+        EXPECT_EQ(s.noObjNumCount, frame);
+    }
+    EXPECT_EQ(s.prev_width, 506);
+    EXPECT_EQ(s.tempObjectData[kObjectZoomPoint], 506);
+    EXPECT_FALSE(sel.targetLost);
+
+    EXPECT_EQ(move_decision_step(s, sel), MoveRequest::MoveToObject);
+    EXPECT_EQ(s.tempObjectData[kObjectPanPoint], 0);
+    EXPECT_EQ(s.tempObjectData[kObjectTiltPoint], 0);
+    EXPECT_EQ(s.tempObjectData[kObjectZoomPoint], 1920);
+    EXPECT_EQ(s.tempObjectData[kObjectField5], 0);
+    EXPECT_EQ(s.prev_x, 0);
+    EXPECT_EQ(s.prev_y, 0);
+    EXPECT_EQ(s.prev_width, 0);
+    EXPECT_EQ(s.noObjNumCount, 0);
+    EXPECT_TRUE(sel.targetLost);
+
+    // The next face moves at once, as at start.
+    EXPECT_EQ(frame_with(s, sel, {800, 340, 300, 285}).request, MoveRequest::MoveToObject);
+}
+
+TEST(MoveDecision, AFrameWithAFaceRestartsTheFacelessCount) {
+    MoveDecisionState s = sent_to(506, 950, 482);
+    TargetSelectionState sel;
+    sel.targetLost = false;
+    for (int i = 0; i < 10; ++i) {
+        sel.faceNum = 0;
+        move_decision_step(s, sel);
+    }
+    frame_with(s, sel, {800, 340, 300, 285});  // the framing the camera is at
+    EXPECT_EQ(s.noObjNumCount, 0);
+    sel.faceNum = 0;
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(move_decision_step(s, sel), MoveRequest::None);
+    }
+    EXPECT_EQ(move_decision_step(s, sel), MoveRequest::MoveToObject);
+}
