@@ -1,0 +1,30 @@
+// The detector unit: its static construction builds the process's detector
+// after the frame-loop unit's tables, so the detector is destroyed first.
+#include "detector/face_det_api.h"
+
+SlimFaceDetector g_faceDetector("./slim-320-quant-ADMM-50.mnn", 480, 320, 4, -1, 0.65f, 0.3f);
+
+FaceResult face_result_from_box(const FaceBox &box) {
+    FaceResult r;
+    r.x1 = static_cast<int32_t>(box.x1);
+    r.y1 = static_cast<int32_t>(box.y1);
+    r.x2 = static_cast<int32_t>(box.x2);
+    r.y2 = static_cast<int32_t>(box.y2);
+    r.score = box.score;
+    return r;
+}
+
+std::vector<FaceResult> FaceDet_Detect(const uint8_t *image, int32_t width, int32_t height) {
+    std::vector<FaceBox> faces;
+    g_faceDetector.detect(image, width, height, faces);
+    std::vector<FaceResult> results;
+    results.reserve(faces.size());
+    for (const FaceBox &box : faces) {
+        results.push_back(face_result_from_box(box));
+    }
+    return results;
+}
+
+const char *FaceDet_GetVersion() {
+    return "FDTUM_1.0.0";
+}

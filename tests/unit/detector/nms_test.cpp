@@ -1,0 +1,176 @@
+// Non-maximum suppression: clustering against the seed, hard and blending
+// merges, the "+ 1" overlap convention and the unknown-type exit.
+#include <unistd.h>
+
+#include <cmath>
+
+#include <gtest/gtest.h>
+
+#include "detector/nms.h"
+
+namespace {
+
+constexpr float kIou = 0.3f;
+
+FaceBox box(float x1, float y1, float x2, float y2, float score) {
+    return FaceBox{x1, y1, x2, y2, score};
+}
+
+void expect_box_eq(const FaceBox &actual, const FaceBox &expected) {
+    EXPECT_EQ(actual.x1, expected.x1);
+    EXPECT_EQ(actual.y1, expected.y1);
+    EXPECT_EQ(actual.x2, expected.x2);
+    EXPECT_EQ(actual.y2, expected.y2);
+    EXPECT_EQ(actual.score, expected.score);
+}
+
+TEST(Overlap, UsesThePlusOnePixelConvention) {
+    const FaceBox a = box(0, 0, 9, 9, 1);
+    EXPECT_EQ(face_box_area(a), 100.0f);
+    EXPECT_EQ(face_box_iou(a, face_box_area(a), a), 1.0f);
+    // Edges that only touch (iy2 == iy1) still share one pixel row: 10 of 190.
+    const FaceBox below = box(0, 9, 9, 18, 1);
+    EXPECT_FLOAT_EQ(face_box_iou(a, face_box_area(a), below), 10.0f / 190.0f);
+    // One pixel apart: no overlap at all.
+    EXPECT_EQ(face_box_iou(a, face_box_area(a), box(0, 10.5f, 9, 20, 1)), 0.0f);
+    EXPECT_EQ(face_box_iou(a, face_box_area(a), box(10.5f, 0, 20, 9, 1)), 0.0f);
+}
+
+TEST(Suppression, IdenticalCandidatesMergeIntoOne) {
+    for (int32_t type : {HARD_NMS, BLENDING_NMS}) {
+        std::vector<FaceBox> in = {box(10, 20, 50, 70, 0.8f), box(10, 20, 50, 70, 0.8f)};
+        std::vector<FaceBox> out;
+        non_maximum_suppression(in, out, type, kIou);
+        ASSERT_EQ(out.size(), 1u) << "type " << type;
+        expect_box_eq(out[0], box(10, 20, 50, 70, 0.8f));
+    }
+}
+
+TEST(Suppression, OverlapMustBeStrictlyAboveTheThreshold) {
+    // b lies inside a and covers half of it: IoU 50/100 exactly.
+    const FaceBox a = box(0, 0, 9, 9, 0.9f);
+    const FaceBox b = box(0, 0, 9, 4, 0.8f);
+    std::vector<FaceBox> in = {a, b};
+    std::vector<FaceBox> out;
+    non_maximum_suppression(in, out, HARD_NMS, 0.5f);
+    EXPECT_EQ(out.size(), 2u);
+    out.clear();
+    non_maximum_suppression(in, out, HARD_NMS, 0.49f);
+    EXPECT_EQ(out.size(), 1u);
+}
+
+TEST(Suppression, TouchingBoxesMergeWhenTheThresholdIsLowEnough) {
+    std::vector<FaceBox> in = {box(0, 0, 9, 9, 0.9f), box(0, 9, 9, 18, 0.8f)};
+    std::vector<FaceBox> out;
+    non_maximum_suppression(in, out, HARD_NMS, 0.05f);
+    ASSERT_EQ(out.size(), 1u);
+    expect_box_eq(out[0], box(0, 0, 9, 9, 0.9f));
+}
+
+TEST(Suppression, HardKeepsTheBestScoredSeedUnchanged) {
+    std::vector<FaceBox> in = {box(12, 12, 52, 52, 0.7f), box(10, 10, 50, 50, 0.95f),
+                               box(11, 9, 49, 51, 0.8f)};
+    std::vector<FaceBox> out;
+    non_maximum_suppression(in, out, HARD_NMS, kIou);
+    ASSERT_EQ(out.size(), 1u);
+    expect_box_eq(out[0], box(10, 10, 50, 50, 0.95f));
+    // The input is left sorted, best first.
+    EXPECT_EQ(in[0].score, 0.95f);
+    EXPECT_EQ(in[1].score, 0.8f);
+    EXPECT_EQ(in[2].score, 0.7f);
+}
+
+TEST(Suppression, BlendingEqualScoresGivesTheExactAverageBox) {
+    std::vector<FaceBox> in = {box(10, 20, 50, 60, 0.75f), box(14, 22, 54, 66, 0.75f)};
+    std::vector<FaceBox> out;
+    non_maximum_suppression(in, out, BLENDING_NMS, kIou);
+    ASSERT_EQ(out.size(), 1u);
+    expect_box_eq(out[0], box(12, 21, 52, 63, 0.75f));
+}
+
+TEST(Suppression, BlendingWeightsBySoftmaxAndStaysBelowTheBestScore) {
+    const FaceBox best = box(10, 10, 50, 50, 0.99f);
+    const FaceBox other = box(14, 14, 54, 54, 0.66f);
+    std::vector<FaceBox> in = {other, best};
+    std::vector<FaceBox> out;
+    non_maximum_suppression(in, out, BLENDING_NMS, kIou);
+    ASSERT_EQ(out.size(), 1u);
+    const float wBest = std::exp(0.99f) / (std::exp(0.99f) + std::exp(0.66f));
+    EXPECT_NEAR(out[0].x1, 10 * wBest + 14 * (1 - wBest), 1e-4);
+    EXPECT_NEAR(out[0].score, 0.99f * wBest + 0.66f * (1 - wBest), 1e-6);
+    EXPECT_LT(out[0].score, 0.99f);
+    EXPECT_GT(out[0].score, 0.66f);
+    // Nearer to the better box than the plain average.
+    EXPECT_LT(out[0].x1, 12.0f);
+}
+
+TEST(Suppression, CandidatesAreComparedWithTheSeedOnly) {
+    // b overlaps both a and c; c does not overlap a. c must form its own
+    // cluster although it overlaps b, a member of a's cluster.
+    const FaceBox a = box(0, 0, 39, 39, 0.9f);
+    const FaceBox b = box(15, 0, 54, 39, 0.8f);
+    const FaceBox c = box(30, 0, 69, 39, 0.7f);
+    ASSERT_GT(face_box_iou(a, face_box_area(a), b), kIou);
+    ASSERT_GT(face_box_iou(b, face_box_area(b), c), kIou);
+    ASSERT_LE(face_box_iou(a, face_box_area(a), c), kIou);
+    std::vector<FaceBox> in = {c, b, a};
+    std::vector<FaceBox> out;
+    non_maximum_suppression(in, out, HARD_NMS, kIou);
+    ASSERT_EQ(out.size(), 2u);
+    expect_box_eq(out[0], a);
+    expect_box_eq(out[1], c);
+}
+
+TEST(Suppression, OutputComesInDescendingOrderOfTheSeedScores) {
+    std::vector<FaceBox> in = {box(200, 10, 240, 50, 0.7f), box(0, 0, 40, 40, 0.8f),
+                               box(100, 0, 140, 40, 0.95f), box(101, 1, 141, 41, 0.9f),
+                               box(300, 0, 340, 40, 0.66f)};
+    std::vector<FaceBox> out;
+    non_maximum_suppression(in, out, BLENDING_NMS, kIou);
+    ASSERT_EQ(out.size(), 4u);
+    EXPECT_NEAR(out[0].x1, 100.5f, 0.05f);  // the merged pair, seeded by 0.95
+    EXPECT_EQ(out[1].x1, 0.0f);
+    EXPECT_EQ(out[2].x1, 200.0f);
+    EXPECT_EQ(out[3].x1, 300.0f);
+    for (size_t i = 1; i < out.size(); ++i) {
+        EXPECT_GT(out[i - 1].score, out[i].score);
+    }
+}
+
+TEST(Suppression, ResultsAreAppendedAndScratchIsReusable) {
+    NmsScratch scratch;
+    std::vector<FaceBox> out = {box(1, 2, 3, 4, 0.5f)};
+    std::vector<FaceBox> in = {box(0, 0, 40, 40, 0.8f), box(100, 0, 140, 40, 0.9f)};
+    non_maximum_suppression(in, out, BLENDING_NMS, kIou, scratch);
+    ASSERT_EQ(out.size(), 3u);
+    EXPECT_EQ(out[0].score, 0.5f);
+    std::vector<FaceBox> again = {box(0, 0, 40, 40, 0.8f)};
+    std::vector<FaceBox> out2;
+    non_maximum_suppression(again, out2, BLENDING_NMS, kIou, scratch);
+    ASSERT_EQ(out2.size(), 1u);
+    expect_box_eq(out2[0], box(0, 0, 40, 40, 0.8f));
+}
+
+TEST(Suppression, UnknownTypeWithNoCandidatesReturnsQuietly) {
+    std::vector<FaceBox> in, out;
+    non_maximum_suppression(in, out, 3, kIou);
+    EXPECT_TRUE(out.empty());
+}
+
+TEST(SuppressionDeathTest, UnknownTypeWithCandidatesEndsTheProcess) {
+    // The default (fork only) style: the "threadsafe" one re-executes the
+    // binary, which user-mode emulation of the ARM build cannot do, and this
+    // binary starts no threads.
+    std::vector<FaceBox> in = {box(0, 0, 10, 10, 0.9f)};
+    std::vector<FaceBox> out;
+    // The text goes to stdout; send stdout to stderr to see it.
+    EXPECT_EXIT(
+        {
+            fflush(stdout);
+            dup2(STDERR_FILENO, STDOUT_FILENO);
+            non_maximum_suppression(in, out, 0, kIou);
+        },
+        testing::ExitedWithCode(255), "^wrong type of nms\\.$");
+}
+
+}  // namespace

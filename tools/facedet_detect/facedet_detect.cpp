@@ -1,0 +1,315 @@
+/*
+ * facedet_detect: runs the face detector on image files the way the camera
+ * sees them (each image scaled to the 416x234 analysis frame, packed BGR) and
+ * prints the faces found in the original image's pixels:
+ *
+ *   <image> <x> <y> <w> <h> <score>
+ *
+ * With --annotations it also matches the detections to annotated faces and
+ * prints precision and recall overall and by face size in the analysis frame.
+ * The detector's own timing lines are dropped unless --log is given.
+ */
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <opencv2/core.hpp>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include "detector/slim_face_detector.h"
+#include "face_matching.h"
+
+namespace {
+
+constexpr int kFrameWidth = 416;
+constexpr int kFrameHeight = 234;
+
+struct Options {
+    std::string model = "./slim-320-quant-ADMM-50.mnn";
+    int threads = 4;
+    std::string annotations;
+    std::string attributes;
+    std::string imagesDir;
+    bool log = false;
+    std::vector<std::string> images;
+};
+
+struct AnnotatedFace {
+    EvalBox box;  // original pixels
+    bool invalid;
+};
+
+void usage(FILE *to) {
+    fprintf(to,
+            "usage: facedet_detect [--model FILE.mnn] [--threads N] [--log]\n"
+            "                      [--annotations FILE [--attributes FILE] [--images DIR]] [IMAGE...]\n"
+            "  Prints '<image> <x> <y> <w> <h> <score>' per face, in the image's own pixels.\n"
+            "  --model        the detector's model path (default ./slim-320-quant-ADMM-50.mnn;\n"
+            "                 the OpenCV engine reads slim-320.onnx from the same directory)\n"
+            "  --annotations  lines 'image x y w h'; scores the detections (IoU >= 0.5). Without\n"
+            "                 IMAGE arguments every annotated image is run, read from --images DIR\n"
+            "                 (default: the folder 'images' beside the annotations file)\n"
+            "  --attributes   lines 'image x y w h blur expression illumination invalid occlusion pose';\n"
+            "                 faces marked invalid are not counted either way\n"
+            "  --log          keep the detector's own output lines\n");
+}
+
+bool parse_options(int argc, char **argv, Options &opt) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        const bool hasValue = i + 1 < argc;
+        if (arg == "--model" && hasValue) {
+            opt.model = argv[++i];
+        } else if (arg == "--threads" && hasValue) {
+            opt.threads = atoi(argv[++i]);
+        } else if (arg == "--annotations" && hasValue) {
+            opt.annotations = argv[++i];
+        } else if (arg == "--attributes" && hasValue) {
+            opt.attributes = argv[++i];
+        } else if (arg == "--images" && hasValue) {
+            opt.imagesDir = argv[++i];
+        } else if (arg == "--log") {
+            opt.log = true;
+        } else if (arg == "-h" || arg == "--help") {
+            usage(stdout);
+            exit(0);
+        } else if (!arg.empty() && arg[0] == '-') {
+            fprintf(stderr, "facedet_detect: unknown or incomplete option %s\n", arg.c_str());
+            return false;
+        } else {
+            opt.images.push_back(arg);
+        }
+    }
+    if (opt.images.empty() && opt.annotations.empty()) {
+        return false;
+    }
+    if (opt.threads < 1) {
+        fprintf(stderr, "facedet_detect: --threads needs a positive number\n");
+        return false;
+    }
+    return true;
+}
+
+std::string base_name(const std::string &path) {
+    const size_t slash = path.rfind('/');
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+std::string dir_name(const std::string &path) {
+    const size_t slash = path.rfind('/');
+    return slash == std::string::npos ? "." : path.substr(0, slash);
+}
+
+std::string face_key(const std::string &image, int x, int y, int w, int h) {
+    std::ostringstream key;
+    key << image << ' ' << x << ' ' << y << ' ' << w << ' ' << h;
+    return key.str();
+}
+
+// image name -> faces, in file order; the order of first appearance of the
+// images goes to order.
+bool read_annotations(const std::string &path, std::map<std::string, std::vector<AnnotatedFace>> &faces,
+                      std::vector<std::string> &order) {
+    std::ifstream in(path);
+    if (!in) {
+        fprintf(stderr, "facedet_detect: cannot read %s: %s\n", path.c_str(), strerror(errno));
+        return false;
+    }
+    std::string line;
+    int lineNo = 0;
+    while (std::getline(in, line)) {
+        ++lineNo;
+        if (line.empty()) {
+            continue;
+        }
+        std::istringstream fields(line);
+        std::string image;
+        int x, y, w, h;
+        if (!(fields >> image >> x >> y >> w >> h)) {
+            fprintf(stderr, "facedet_detect: %s:%d: expected 'image x y w h'\n", path.c_str(), lineNo);
+            return false;
+        }
+        if (faces.find(image) == faces.end()) {
+            order.push_back(image);
+        }
+        faces[image].push_back({{double(x), double(y), double(w), double(h)}, false});
+    }
+    return true;
+}
+
+// Marks the annotated faces that the attributes file flags invalid.
+bool apply_attributes(const std::string &path, std::map<std::string, std::vector<AnnotatedFace>> &faces) {
+    std::ifstream in(path);
+    if (!in) {
+        fprintf(stderr, "facedet_detect: cannot read %s: %s\n", path.c_str(), strerror(errno));
+        return false;
+    }
+    std::map<std::string, int> invalidKeys;
+    std::string line;
+    int lineNo = 0;
+    while (std::getline(in, line)) {
+        ++lineNo;
+        if (line.empty()) {
+            continue;
+        }
+        std::istringstream fields(line);
+        std::string image;
+        int x, y, w, h, blur, expression, illumination, invalid;
+        if (!(fields >> image >> x >> y >> w >> h >> blur >> expression >> illumination >> invalid)) {
+            fprintf(
+                stderr,
+                "facedet_detect: %s:%d: expected 'image x y w h blur expression illumination invalid ...'\n",
+                path.c_str(), lineNo);
+            return false;
+        }
+        if (invalid != 0) {
+            ++invalidKeys[face_key(image, x, y, w, h)];
+        }
+    }
+    for (auto &entry : faces) {
+        for (AnnotatedFace &face : entry.second) {
+            auto it = invalidKeys.find(
+                face_key(entry.first, int(face.box.x), int(face.box.y), int(face.box.w), int(face.box.h)));
+            if (it != invalidKeys.end() && it->second > 0) {
+                --it->second;
+                face.invalid = true;
+            }
+        }
+    }
+    return true;
+}
+
+void print_table(FILE *out, const MatchCounts &counts) {
+    fprintf(
+        out,
+        "| face size (smaller side at %dx%d) | faces | found | recall | detections | correct | precision |\n",
+        kFrameWidth, kFrameHeight);
+    fprintf(out, "|---|---:|---:|---:|---:|---:|---:|\n");
+    size_t totals[4] = {0, 0, 0, 0};
+    auto ratio = [](size_t a, size_t b) {
+        char text[16] = "-";
+        if (b > 0) {
+            snprintf(text, sizeof text, "%.1f %%", 100.0 * double(a) / double(b));
+        }
+        return std::string(text);
+    };
+    for (int c = 0; c < kSizeClasses; ++c) {
+        fprintf(out, "| %s | %zu | %zu | %s | %zu | %zu | %s |\n", size_class_name(c), counts.faces[c],
+                counts.found[c], ratio(counts.found[c], counts.faces[c]).c_str(), counts.detections[c],
+                counts.correct[c], ratio(counts.correct[c], counts.detections[c]).c_str());
+        totals[0] += counts.faces[c];
+        totals[1] += counts.found[c];
+        totals[2] += counts.detections[c];
+        totals[3] += counts.correct[c];
+    }
+    fprintf(out, "| all | %zu | %zu | %s | %zu | %zu | %s |\n", totals[0], totals[1],
+            ratio(totals[1], totals[0]).c_str(), totals[2], totals[3], ratio(totals[3], totals[2]).c_str());
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    Options opt;
+    if (!parse_options(argc, argv, opt)) {
+        usage(stderr);
+        return 2;
+    }
+
+    // Our own output goes to the original stdout; the detector's per-frame
+    // lines go to the same place only with --log.
+    FILE *out = stdout;
+    if (!opt.log) {
+        fflush(stdout);
+        const int saved = dup(STDOUT_FILENO);
+        out = saved >= 0 ? fdopen(saved, "w") : nullptr;
+        if (out == nullptr || freopen("/dev/null", "w", stdout) == nullptr) {
+            fprintf(stderr, "facedet_detect: cannot separate the detector's output\n");
+            return 1;
+        }
+    }
+
+    std::map<std::string, std::vector<AnnotatedFace>> annotated;
+    std::vector<std::string> annotatedOrder;
+    const bool evaluate = !opt.annotations.empty();
+    if (evaluate) {
+        if (!read_annotations(opt.annotations, annotated, annotatedOrder)) {
+            return 1;
+        }
+        if (!opt.attributes.empty() && !apply_attributes(opt.attributes, annotated)) {
+            return 1;
+        }
+        if (opt.images.empty()) {
+            const std::string dir =
+                opt.imagesDir.empty() ? dir_name(opt.annotations) + "/images" : opt.imagesDir;
+            for (const std::string &name : annotatedOrder) {
+                opt.images.push_back(dir + "/" + name);
+            }
+        }
+    }
+
+    SlimFaceDetector detector(opt.model, kFrameWidth, kFrameHeight, opt.threads, -1, 0.65f, 0.3f);
+    if (!detector.ready()) {
+        return 1;
+    }
+
+    MatchCounts counts;
+    cv::Mat frame;
+    std::vector<FaceBox> faces;
+    int failures = 0;
+    for (const std::string &path : opt.images) {
+        const cv::Mat image = cv::imread(path, cv::IMREAD_COLOR);
+        if (image.empty()) {
+            fprintf(stderr, "facedet_detect: cannot read image %s\n", path.c_str());
+            ++failures;
+            continue;
+        }
+        cv::resize(image, frame, cv::Size(kFrameWidth, kFrameHeight));
+        faces.clear();
+        detector.detect(frame.ptr<uint8_t>(), kFrameWidth, kFrameHeight, faces);
+
+        const double sx = double(image.cols) / kFrameWidth;
+        const double sy = double(image.rows) / kFrameHeight;
+        std::vector<EvalBox> detections;
+        for (const FaceBox &face : faces) {
+            // Integer corners as the frame loop receives them, truncated.
+            const int x1 = static_cast<int>(face.x1);
+            const int y1 = static_cast<int>(face.y1);
+            const int x2 = static_cast<int>(face.x2);
+            const int y2 = static_cast<int>(face.y2);
+            detections.push_back({double(x1), double(y1), double(x2 - x1), double(y2 - y1)});
+            fprintf(out, "%s %d %d %d %d %.3f\n", path.c_str(), int(x1 * sx), int(y1 * sy),
+                    int((x2 - x1) * sx), int((y2 - y1) * sy), face.score);
+        }
+
+        if (evaluate) {
+            auto it = annotated.find(base_name(path));
+            std::vector<EvalBox> truth;
+            std::vector<bool> invalid;
+            if (it != annotated.end()) {
+                for (const AnnotatedFace &face : it->second) {
+                    truth.push_back({face.box.x / sx, face.box.y / sy, face.box.w / sx, face.box.h / sy});
+                    invalid.push_back(face.invalid);
+                }
+            }
+            match_faces(detections, truth, invalid, counts);
+        }
+    }
+
+    if (evaluate) {
+        const size_t runs = opt.images.size() - failures;
+        fprintf(out, "\n%zu images, %s\n\n", runs,
+                opt.attributes.empty() ? "all annotated faces counted" : "faces marked invalid not counted");
+        print_table(out, counts);
+    }
+    fflush(out);
+    return failures == 0 ? 0 : 1;
+}
