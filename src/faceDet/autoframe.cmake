@@ -24,3 +24,12 @@ elseif(CMAKE_SYSTEM_PROCESSOR MATCHES "^(arm|armv7.*|aarch64|arm64)$")
   set_source_files_properties(${_af}/color_convert.cpp PROPERTIES COMPILE_DEFINITIONS "FACEDET_COLOR_NEON")
 endif()
 unset(_af)
+
+# Automatic gamma: the tone curve and the handshake with the image-tuning peer.
+target_sources(facedet_core PRIVATE ${CMAKE_CURRENT_LIST_DIR}/auto_gamma.cpp)
+# The gamma curve ends in float-to-int truncations, the one kind of undefined
+# behaviour -fsanitize=undefined leaves out; sanitizer builds check them here.
+if(CMAKE_CXX_FLAGS MATCHES "-fsanitize=[^ ]*undefined")
+  set_source_files_properties(${CMAKE_CURRENT_LIST_DIR}/auto_gamma.cpp PROPERTIES
+    COMPILE_OPTIONS "-fsanitize=float-cast-overflow;-fno-sanitize-recover=float-cast-overflow")
+endif()

@@ -1,0 +1,199 @@
+// Automatic gamma end to end: the real daemon on a raw clip and gamma_peer as
+// the image-tuning process, through a private shared-memory segment. The
+// answers must be those of the step-by-step reference on the clip's luma.
+#include <signal.h>
+#include <sys/ipc.h>
+#include <sys/shm.h>
+
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "daemon_fixture.h"
+#include "gamma_reference.h"
+
+namespace {
+
+constexpr int kWidth = 416;
+constexpr int kHeight = 234;
+
+// A luma ramp from 30 to 200 across the frame with a fixed pattern of noise:
+// a scene whose curve is accepted. Every frame of the clip is the same, so the
+// histogram the daemon answers from is known whichever frame it was.
+std::vector<uint8_t> clip_luma() {
+    std::vector<uint8_t> luma(kWidth * kHeight);
+    uint32_t noise = 12345;
+    for (int y = 0; y < kHeight; ++y) {
+        for (int x = 0; x < kWidth; ++x) {
+            noise = noise * 1103515245u + 12345u;
+            const int v = 30 + 170 * x / (kWidth - 1) + static_cast<int>((noise >> 16) % 13) - 6;
+            luma[y * kWidth + x] = static_cast<uint8_t>(v < 0 ? 0 : (v > 255 ? 255 : v));
+        }
+    }
+    return luma;
+}
+
+void write_clip(const std::string &path, const std::vector<uint8_t> &luma, int frames) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    const std::vector<char> chroma(luma.size() / 2, static_cast<char>(128));
+    for (int i = 0; i < frames; ++i) {
+        out.write(reinterpret_cast<const char *>(luma.data()), static_cast<std::streamsize>(luma.size()));
+        out.write(chroma.data(), static_cast<std::streamsize>(chroma.size()));
+    }
+}
+
+std::vector<float> histogram_of(const std::vector<uint8_t> &luma) {
+    std::vector<float> hist(256, 0.0f);
+    for (uint8_t y : luma) {
+        hist[y] += 1.0f;
+    }
+    return hist;
+}
+
+std::map<std::string, int> read_csv(const std::string &path) {
+    std::map<std::string, int> values;
+    std::istringstream in(read_file(path));
+    std::string line;
+    std::getline(in, line);  // header
+    while (std::getline(in, line)) {
+        const size_t comma = line.find(',');
+        if (comma != std::string::npos) {
+            values[line.substr(0, comma)] = std::stoi(line.substr(comma + 1));
+        }
+    }
+    return values;
+}
+
+// The line gamma_peer prints for an answer.
+std::string answer_line(int n, const GammaRecord &r, int isuse) {
+    char line[256];
+    snprintf(line, sizeof line,
+             "answer %d: valid=%d mean=%d stdDev=%d p1=%d p10=%d p50=%d p90=%d p99=%d strength=%d isuse=%d "
+             "-> %s\n",
+             n, r.valid, r.mean, r.stdDev, r.p1, r.p10, r.p50, r.p90, r.p99, r.strength, isuse,
+             r.valid == 1 ? "curve accepted" : "curve rejected");
+    return line;
+}
+
+// Marks the test's segment for removal whatever the outcome.
+struct SegmentRemover {
+    key_t key;
+    ~SegmentRemover() {
+        int id = shmget(key, 0, 0);
+        if (id >= 0) {
+            shmctl(id, IPC_RMID, nullptr);
+        }
+    }
+};
+
+class GammaDaemonTest : public DaemonTest {
+  protected:
+    std::unique_ptr<ChildProcess> start_peer(const std::string &key, std::vector<std::string> args) {
+        ChildProcess::Options options;
+        options.args = std::move(args);
+        options.env = {{"FACEDET_SHM_KEY", key}};
+        options.workDir = dir_.path();
+        return std::make_unique<ChildProcess>(GAMMA_PEER_BIN, options);
+    }
+};
+
+}  // namespace
+
+TEST_F(GammaDaemonTest, PeerGetsTheReferenceAnswersAndTheSecondIsJudgedThroughTheAppliedCurve) {
+    const std::string key = daemon_env().at("FACEDET_SHM_KEY");
+    SegmentRemover remover{static_cast<key_t>(std::stol(key))};
+    const std::vector<uint8_t> luma = clip_luma();
+    const std::string clip = dir_.file("ramp.nv12");
+    write_clip(clip, luma, 30);
+
+    auto daemon = start({{"FACEDET_SHM_KEY", key},
+                         {"FACEDET_SOURCE", clip},
+                         {"FACEDET_PACE", "realtime"},
+                         {"FACEDET_LOOP", "1"}});
+    // The peer comes up before the segment exists and waits for it. Its second
+    // request comes a second after the first answer, so the daemon has seen
+    // the curve reported in use (and taken its offsets as applied) by then.
+    std::vector<std::string> args = {"--every", "30",        "--strength", "120",   "--answers",
+                                     "2",       "--seconds", "120",        "--csv", dir_.file("answer.csv")};
+#ifdef GAMMA_PEER_HAS_PNG
+    args.insert(args.end(), {"--png", dir_.file("curve.png")});
+#endif
+    auto peer = start_peer(key, args);
+    ASSERT_EQ(peer->wait_exit(150s), 0) << peer->out() << peer->err() << daemon->out().substr(0, 4000);
+    daemon->signal(SIGTERM);
+    ASSERT_EQ(daemon->wait_exit(30s), 0);
+
+    // What the daemon must have answered: first on the frame's histogram, then
+    // on it mapped back through the offsets of the first curve.
+    const std::vector<float> frameHist = histogram_of(luma);
+    ReferenceGammaState ref;
+    GammaRecord first;
+    memset(&first, 0, sizeof first);
+    first.mode = 1;
+    first.strength = 120;
+    std::vector<float> hist = frameHist;
+    ASSERT_TRUE(reference_gamma_frame(ref, first, hist.data()));
+    ASSERT_EQ(first.valid, 1) << "the clip is meant to be accepted";
+
+    GammaRecord applied = first;  // the peer's record after taking the curve
+    applied.mode = 0;
+    applied.isuse = 1;
+    hist = frameHist;
+    ASSERT_FALSE(reference_gamma_frame(ref, applied, hist.data()));
+    GammaRecord second = applied;
+    second.mode = 1;
+    hist = frameHist;
+    ASSERT_TRUE(reference_gamma_frame(ref, second, hist.data()));
+    ASSERT_NE(second.mean * 1000 + second.p50, first.mean * 1000 + first.p50)
+        << "the applied curve must move the statistics for this test to see it";
+
+    const std::string out = peer->out();
+    EXPECT_NE(out.find(answer_line(1, first, 0)), std::string::npos) << answer_line(1, first, 0) << out;
+    EXPECT_NE(out.find(answer_line(2, second, 1)), std::string::npos) << answer_line(2, second, 1) << out;
+
+    const std::map<std::string, int> csv = read_csv(dir_.file("answer.csv"));
+    ASSERT_EQ(csv.size(), 11u + 256u);
+    EXPECT_EQ(csv.at("answer"), 2);
+    EXPECT_EQ(csv.at("valid"), second.valid);
+    EXPECT_EQ(csv.at("mean"), second.mean);
+    EXPECT_EQ(csv.at("stdDev"), second.stdDev);
+    EXPECT_EQ(csv.at("p1"), second.p1);
+    EXPECT_EQ(csv.at("p10"), second.p10);
+    EXPECT_EQ(csv.at("p50"), second.p50);
+    EXPECT_EQ(csv.at("p90"), second.p90);
+    EXPECT_EQ(csv.at("p99"), second.p99);
+    EXPECT_EQ(csv.at("strength"), 120);
+    EXPECT_EQ(csv.at("isuse"), 1);
+    for (int i = 0; i < 256; ++i) {
+        ASSERT_EQ(csv.at("curve[" + std::to_string(i) + "]"), second.curve[i]) << "level " << i;
+    }
+
+    const std::string daemonOut = daemon->out();
+    EXPECT_EQ(count_of(daemonOut, "send data ok!!!\n"), 2u);
+    EXPECT_EQ(count_of(daemonOut,
+                       "-----------------------------------gamma 反算-----------------------------------\n"),
+              1u);
+    EXPECT_TRUE(
+        InOrder(daemonOut, {"send data ok!!!\n", "gamma 反算", "send data ok!!!\n", "faceDet release!"}));
+#ifdef GAMMA_PEER_HAS_PNG
+    EXPECT_EQ(read_file(dir_.file("curve.png")).substr(0, 8), "\x89PNG\r\n\x1a\n");
+#endif
+}
+
+TEST_F(GammaDaemonTest, PeerWithoutADaemonWaitsAndLeavesCleanlyOnASignal) {
+    const std::string key = daemon_env().at("FACEDET_SHM_KEY");
+    auto peer = start_peer(key, {"--once"});
+    std::this_thread::sleep_for(300ms);
+    EXPECT_EQ(peer->wait_exit(0ms), -1) << "still waiting for the segment";
+    peer->signal(SIGINT);
+    EXPECT_EQ(peer->wait_exit(10s), 0);
+
+    auto limited = start_peer(key, {"--once", "--seconds", "0.3"});
+    EXPECT_EQ(limited->wait_exit(10s), 1);
+    EXPECT_NE(limited->err().find("gamma_peer: no segment of key"), std::string::npos) << limited->err();
+}

@@ -1,0 +1,363 @@
+/*
+ * gamma_peer: the image-tuning side of the gamma exchange, for trying out and
+ * testing a running faceDet without the camera's tuning process.
+ *
+ * It attaches to the daemon's segment (never creating or initialising it: the
+ * daemon does that when its frame thread starts), asks for a curve by setting
+ * mode 1 with a strength, and takes each answer as the tuning process would:
+ * mode back to 0, and isuse 1 after a valid curve, so that the daemon takes
+ * the curve's offsets as applied and judges later frames on the histogram
+ * mapped back through them. On leaving it sets isuse and mode to 0 (the curve
+ * is no longer applied).
+ *
+ * An answer is recognised by the segment's written flag: the peer clears it
+ * under the lock with every change it makes, and the daemon's write sets it.
+ */
+#include <signal.h>
+#include <sys/ipc.h>
+#include <sys/shm.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "faceDet/gamma_record.h"
+#include "faceDet/runtime_env.h"
+#include "share_memory/share_memory.h"
+#include "share_memory/shm_lock.h"
+
+#ifdef GAMMA_PEER_WITH_PNG
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
+#if defined(__SANITIZE_THREAD__)
+// OpenCV's image codecs register GDAL's drivers on first use, and GDAL takes
+// two of its own mutexes in both orders on that one thread; ThreadSanitizer
+// reports it as a potential deadlock inside libgdal. Nothing of ours is
+// involved (tests/tsan.supp holds the same entry).
+extern "C" const char *__tsan_default_suppressions() {
+    return "deadlock:libgdal.so\n";
+}
+#endif
+#endif
+
+static_assert(sizeof(GammaRecord) == kTrackDataBytes, "a gamma record fills the data area");
+
+namespace {
+
+volatile sig_atomic_t s_stop = 0;
+
+void on_signal(int) {
+    s_stop = 1;
+}
+
+struct Options {
+    int every = 0;  // polls between an answer and the next request; 0: ask once
+    int strength = 100;
+    bool apply = true;
+    int answers = 0;       // stop after this many; 0: no limit
+    double seconds = 0.0;  // stop after this long; 0: no limit
+    int pollMs = 33;       // about one frame of the analysis stream
+    std::string csv;
+    std::string png;
+};
+
+#ifdef GAMMA_PEER_WITH_PNG
+const char kPngNote[] = "";
+#else
+const char kPngNote[] = " (not in this build: no OpenCV)";
+#endif
+
+void usage(FILE *out) {
+    fprintf(out,
+            "usage: gamma_peer [--once | --every N] [--strength S] [--no-apply] [--answers N]\n"
+            "                  [--seconds S] [--poll-ms MS] [--csv FILE] [--png FILE]\n"
+            "  Asks a running faceDet for gamma curves through its shared-memory segment\n"
+            "  (key $FACEDET_SHM_KEY, else 0x1123) and takes each answer into use.\n"
+            "  --once        ask once (default)\n"
+            "  --every N     ask again N polls after each answer\n"
+            "  --strength S  blend strength sent with each request (default 100)\n"
+            "  --no-apply    never report a curve as applied (isuse stays 0)\n"
+            "  --answers N   stop after N answers\n"
+            "  --seconds S   stop after S seconds (exit status 3 if --answers was not reached)\n"
+            "  --poll-ms MS  poll period between requests (default 33, one frame)\n"
+            "  --csv FILE    write the last answer (statistics and curve) as name,value lines\n"
+            "  --png FILE    draw the last curve against the identity%s\n",
+            kPngNote);
+}
+
+bool parse_int(const char *text, long low, long high, int *value) {
+    errno = 0;
+    char *end = nullptr;
+    const long parsed = strtol(text, &end, 10);
+    if (errno != 0 || end == text || *end != '\0' || parsed < low || parsed > high) {
+        return false;
+    }
+    *value = static_cast<int>(parsed);
+    return true;
+}
+
+// 0 to go on, else the exit status.
+int parse_options(int argc, char **argv, Options *o) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        const bool hasValue = i + 1 < argc;
+        bool ok = true;
+        if (arg == "--help" || arg == "-h") {
+            usage(stdout);
+            return -1;
+        } else if (arg == "--once") {
+            o->every = 0;
+        } else if (arg == "--every" && hasValue) {
+            ok = parse_int(argv[++i], 1, 1000000, &o->every);
+        } else if (arg == "--strength" && hasValue) {
+            ok = parse_int(argv[++i], INT32_MIN, INT32_MAX, &o->strength);
+        } else if (arg == "--no-apply") {
+            o->apply = false;
+        } else if (arg == "--answers" && hasValue) {
+            ok = parse_int(argv[++i], 1, 1000000, &o->answers);
+        } else if (arg == "--seconds" && hasValue) {
+            char *end = nullptr;
+            o->seconds = strtod(argv[++i], &end);
+            ok = end != argv[i] && *end == '\0' && o->seconds > 0.0;
+        } else if (arg == "--poll-ms" && hasValue) {
+            ok = parse_int(argv[++i], 1, 60000, &o->pollMs);
+        } else if (arg == "--csv" && hasValue) {
+            o->csv = argv[++i];
+        } else if (arg == "--png" && hasValue) {
+#ifdef GAMMA_PEER_WITH_PNG
+            o->png = argv[++i];
+#else
+            fprintf(stderr, "gamma_peer: --png needs a build with OpenCV\n");
+            return 2;
+#endif
+        } else {
+            fprintf(stderr, "gamma_peer: unknown or incomplete argument '%s' (try --help)\n", arg.c_str());
+            return 2;
+        }
+        if (!ok) {
+            fprintf(stderr, "gamma_peer: bad value '%s' for %s\n", argv[i], arg.c_str());
+            return 2;
+        }
+    }
+    return 0;
+}
+
+double now_seconds() {
+    struct timespec t;
+    clock_gettime(CLOCK_MONOTONIC, &t);
+    return static_cast<double>(t.tv_sec) + t.tv_nsec / 1e9;
+}
+
+void sleep_ms(int ms) {
+    usleep(static_cast<useconds_t>(ms) * 1000);
+}
+
+// The segment, once the daemon has made it: it writes the data size when it
+// initialises the segment, and the lock right after.
+TrackShareMap *wait_for_segment(double deadline) {
+    while (s_stop == 0 && (deadline == 0.0 || now_seconds() < deadline)) {
+        if (shmget(shm_key(), kTrackMapBytes, 0666) >= 0) {
+            TrackShareMap *map = static_cast<TrackShareMap *>(creat_track_share_map());
+            if (map == nullptr) {
+                return nullptr;
+            }
+            while (map->dataSize != kTrackDataBytes && s_stop == 0 &&
+                   (deadline == 0.0 || now_seconds() < deadline)) {
+                sleep_ms(20);
+            }
+            sleep_ms(50);  // past the daemon's initialisation of the lock
+            return map->dataSize == kTrackDataBytes ? map : nullptr;
+        }
+        sleep_ms(50);
+    }
+    return nullptr;
+}
+
+// The segment's lock with the daemon's 3 ms limit. False when the daemon kept
+// it; the caller tries again on its next look.
+bool lock(TrackShareMap *map) {
+    struct timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    return shm_lock_until(&map->mutex, shm_lock_deadline(now)) == 0;
+}
+
+void unlock(TrackShareMap *map) {
+    shm_lock_release(&map->mutex);
+}
+
+void write_csv(const std::string &path, const GammaRecord &r, int answer, int askedIsuse) {
+    FILE *f = fopen(path.c_str(), "w");
+    if (f == nullptr) {
+        fprintf(stderr, "gamma_peer: cannot write %s: %s\n", path.c_str(), strerror(errno));
+        return;
+    }
+    fprintf(f, "name,value\nanswer,%d\nvalid,%d\nmean,%d\nstdDev,%d\np1,%d\np10,%d\np50,%d\np90,%d\np99,%d\n",
+            answer, r.valid, r.mean, r.stdDev, r.p1, r.p10, r.p50, r.p90, r.p99);
+    fprintf(f, "strength,%d\nisuse,%d\n", r.strength, askedIsuse);
+    for (int i = 0; i < kGammaLevels; ++i) {
+        fprintf(f, "curve[%d],%d\n", i, r.curve[i]);
+    }
+    fclose(f);
+}
+
+#ifdef GAMMA_PEER_WITH_PNG
+void write_png(const std::string &path, const GammaRecord &r) {
+    // Two pixels a level; levels outside 0..255 are drawn at the border.
+    const int margin = 24;
+    const int side = 2 * 255;
+    cv::Mat image(side + 2 * margin + 24, side + 2 * margin, CV_8UC3, cv::Scalar(255, 255, 255));
+    auto at = [&](int level, int value) {
+        const int v = value < -8 ? -8 : (value > 263 ? 263 : value);
+        return cv::Point(margin + 2 * level, margin + side - 2 * v);
+    };
+    for (int g = 0; g <= 255; g += 32) {
+        cv::line(image, at(g, 0), at(g, 255), cv::Scalar(230, 230, 230));
+        cv::line(image, at(0, g), at(255, g), cv::Scalar(230, 230, 230));
+    }
+    cv::rectangle(image, at(0, 255), at(255, 0), cv::Scalar(120, 120, 120));
+    cv::line(image, at(0, 0), at(255, 255), cv::Scalar(160, 160, 160), 1, cv::LINE_AA);
+    for (int i = 1; i < kGammaLevels; ++i) {
+        cv::line(image, at(i - 1, r.curve[i - 1]), at(i, r.curve[i]), cv::Scalar(0, 0, 210), 2, cv::LINE_AA);
+    }
+    char text[160];
+    snprintf(text, sizeof text, "%s  strength %d  mean %d  sd %d  p1 %d p10 %d p50 %d p90 %d p99 %d",
+             r.valid == 1 ? "valid" : "not valid", r.strength, r.mean, r.stdDev, r.p1, r.p10, r.p50, r.p90,
+             r.p99);
+    cv::putText(image, text, cv::Point(margin, side + 2 * margin + 10), cv::FONT_HERSHEY_SIMPLEX, 0.4,
+                cv::Scalar(0, 0, 0), 1, cv::LINE_AA);
+    if (!cv::imwrite(path, image)) {
+        fprintf(stderr, "gamma_peer: cannot write %s\n", path.c_str());
+    }
+}
+#endif
+
+void report(const GammaRecord &r, int answer, int askedIsuse) {
+    printf(
+        "answer %d: valid=%d mean=%d stdDev=%d p1=%d p10=%d p50=%d p90=%d p99=%d strength=%d isuse=%d "
+        "-> %s\n",
+        answer, r.valid, r.mean, r.stdDev, r.p1, r.p10, r.p50, r.p90, r.p99, r.strength, askedIsuse,
+        r.valid == 1 ? "curve accepted" : "curve rejected");
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    Options o;
+    if (int status = parse_options(argc, argv, &o); status != 0) {
+        return status < 0 ? 0 : status;
+    }
+    setvbuf(stdout, nullptr, _IOLBF, 0);
+    struct sigaction action;
+    memset(&action, 0, sizeof action);
+    action.sa_handler = on_signal;
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+
+    const double start = now_seconds();
+    const double deadline = o.seconds > 0.0 ? start + o.seconds : 0.0;
+    TrackShareMap *map = wait_for_segment(deadline);
+    if (map == nullptr) {
+        fprintf(stderr, "gamma_peer: no segment of key 0x%x from a faceDet\n",
+                static_cast<unsigned>(shm_key()));
+        return s_stop != 0 ? 0 : 1;
+    }
+    printf("gamma_peer: attached to key 0x%x\n", static_cast<unsigned>(shm_key()));
+
+    int isuse = 0;       // what this peer reports: 1 while it has a curve applied
+    int askedIsuse = 0;  // isuse at the time of the pending request
+    bool pending = false;
+    int asked = 0;
+    int answers = 0;
+    int pollsSinceAnswer = 0;
+    GammaRecord r;
+    while (s_stop == 0 && (deadline == 0.0 || now_seconds() < deadline)) {
+        if (!lock(map)) {
+            sleep_ms(1);
+            continue;
+        }
+        memcpy(&r, map->data, sizeof r);
+        const bool written = map->written == 1;
+        bool answered = false;
+        if (pending && written) {
+            // The answer: take it into use at once, so that the daemon sees
+            // mode 0 before it could answer the same request again.
+            answered = true;
+            pending = false;
+            pollsSinceAnswer = 0;
+            if (o.apply && r.valid == 1) {
+                isuse = 1;
+            }
+            GammaRecord back = r;
+            back.mode = 0;
+            back.isuse = isuse;
+            memcpy(map->data, &back, sizeof back);
+            map->written = 0;
+        } else if (!pending && written) {
+            // An answer to a request already taken (the daemon read it just
+            // before the change): put this peer's fields back.
+            r.mode = 0;
+            r.isuse = isuse;
+            memcpy(map->data, &r, sizeof r);
+            map->written = 0;
+        } else if (!pending && (asked == 0 || (o.every > 0 && pollsSinceAnswer >= o.every))) {
+            r.mode = 1;
+            r.strength = o.strength;
+            r.isuse = isuse;
+            memcpy(map->data, &r, sizeof r);
+            map->written = 0;
+            pending = true;
+            askedIsuse = isuse;
+            ++asked;
+        }
+        unlock(map);
+
+        if (answered) {
+            ++answers;
+            report(r, answers, askedIsuse);
+            if (!o.csv.empty()) {
+                write_csv(o.csv, r, answers, askedIsuse);
+            }
+#ifdef GAMMA_PEER_WITH_PNG
+            if (!o.png.empty()) {
+                write_png(o.png, r);
+            }
+#endif
+            if (o.answers > 0 && answers >= o.answers) {
+                break;
+            }
+        }
+        // While waiting for an answer the peer looks every millisecond, so
+        // that it takes the answer before the daemon's next frame.
+        if (pending) {
+            sleep_ms(1);
+        } else {
+            ++pollsSinceAnswer;
+            sleep_ms(o.pollMs);
+        }
+    }
+
+    // Leaving: no curve is applied any more, and nothing is asked.
+    for (int tries = 0; tries < 100; ++tries) {
+        if (lock(map)) {
+            memcpy(&r, map->data, sizeof r);
+            r.mode = 0;
+            r.isuse = 0;
+            memcpy(map->data, &r, sizeof r);
+            map->written = 0;
+            unlock(map);
+            break;
+        }
+        sleep_ms(1);
+    }
+    shm_track_map_detach();
+    printf("gamma_peer: %d answers\n", answers);
+    if (o.answers > 0 && answers < o.answers && s_stop == 0) {
+        return 3;
+    }
+    return 0;
+}
