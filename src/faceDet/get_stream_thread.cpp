@@ -8,9 +8,18 @@
 #include <cstring>
 
 #include "dbgout/dbgout.h"
+#include "detector/face_det_api.h"
+#include "faceDet/auto_gamma.h"
+#include "faceDet/box_filter.h"
+#include "faceDet/color_convert.h"
+#include "faceDet/luma_histogram.h"
+#include "faceDet/move_decision.h"
 #include "faceDet/process_globals.h"
+#include "faceDet/target_selection.h"
 #include "mi_sys.h"
 #include "net_communication/net_communication.h"
+#include "share_memory/share_memory.h"
+#include "visca/visca.h"
 
 #define FD_LOG(level, ...) console_log("src/faceDet", __LINE__, (level), __VA_ARGS__)
 
@@ -22,6 +31,7 @@ std::vector<int32_t> newOffsets(256, 0);
 MI_U64 time_00, time_get_frame, time_autogamma, time_invoke, time_strategies, time_11;
 MI_U64 time_PTZ, lastTime, newTime, Present_Time;
 int32_t output_ture[4];
+float g_v_hist[256];
 
 namespace {
 
@@ -31,7 +41,8 @@ struct FrameBuffers {
     MI_U8 *bgr = nullptr;
     MI_U8 *spareLuma = nullptr;  // allocated, not used
     MI_U8 *spareWord = nullptr;  // allocated, not used
-    MI_U8 *gammaRecords = nullptr;
+    // Two gamma records; the second is the thread's copy.
+    GammaRecord *gammaRecords = nullptr;
 };
 FrameBuffers s_buffers;
 
@@ -43,7 +54,8 @@ void allocate_frame_buffers() {
     s_buffers.bgr = new MI_U8[kBgrBytes];
     s_buffers.spareLuma = new MI_U8[kLumaBytes];
     s_buffers.spareWord = new MI_U8[4];
-    s_buffers.gammaRecords = new MI_U8[2 * kGammaRecordBytes];
+    // Zeroed: until a read succeeds, the thread's copy asks for nothing (mode 0).
+    s_buffers.gammaRecords = new GammaRecord[2]();
 }
 
 MI_U64 now_pts() {
@@ -90,15 +102,71 @@ bool take_frame(MI_SYS_ChnPort_t *chnPort) {
     }
     memcpy(s_buffers.nv12, stBufInfo.stFrameData.pVirAddr[0], kLumaBytes);
     memcpy(s_buffers.nv12 + kLumaBytes, stBufInfo.stFrameData.pVirAddr[1], kChromaBytes);
+    nv12_to_bgr(s_buffers.nv12, s_buffers.bgr, kFrameWidth, kFrameHeight);
     if (MI_SYS_ChnOutputPortPutBuf(hHandle) != MI_SUCCESS) {
         FD_LOG(LOG_ERROR, "Release Frame Failed\n");
     }
     return true;
 }
 
+// Lists of the analysis, sized once so that a frame allocates nothing of its own.
+struct FrameLists {
+    std::vector<FaceResult> faces;     // the detector's result
+    std::vector<Rect_t> frameBoxes;    // accepted boxes, 416x234
+    std::vector<Rect_t> outputBoxes;   // the same, 1920x1080
+    std::vector<Rect_t> workingBoxes;  // the copy target selection works on
+    FrameLists() {
+        frameBoxes.reserve(kMaxDetections);
+        outputBoxes.reserve(kMaxDetections);
+        workingBoxes.reserve(kMaxDetections);
+    }
+};
+
+// Hands the decided framing to camera control: the record first, then the move.
+void start_move() {
+    memcpy(g_objectData.field, tempObjectData, sizeof g_objectData.field);
+    visca_move_to_object();
+}
+
+// Auto framing switched off: the camera goes to the full view every pass.
+void send_full_view() {
+    prev_width = 0;
+    prev_x = 0;
+    prev_y = 0;
+    tempObjectData[kObjectPanPoint] = 0;
+    tempObjectData[kObjectTiltPoint] = 0;
+    tempObjectData[kObjectField5] = 0;
+    tempObjectData[kObjectZoomPoint] = 1920;
+    start_move();
+    FD_LOG(LOG_INFO, "\n\n\nstop Auto_Frame detect!\n\n\n");
+    usleep(100000);
+}
+
+// Detection, selection and decision of one frame while auto framing runs.
+void run_auto_framing(FrameLists &lists) {
+    lists.faces = FaceDet_Detect(s_buffers.bgr, kFrameWidth, kFrameHeight);
+    filter_face_boxes(lists.faces, lists.frameBoxes, lists.outputBoxes, face_score);
+    time_invoke = now_pts();
+    FD_LOG(LOG_INFO, " ******** invoke time =[%lld] ms********",
+           static_cast<long long>((time_invoke - time_autogamma) / 1000));
+
+    lists.workingBoxes = lists.outputBoxes;
+    select_target(g_targetSelection, lists.workingBoxes, face_score);
+    if (move_decision_step(g_framing, g_targetSelection) == MoveRequest::MoveToObject) {
+        start_move();
+    }
+    time_strategies = now_pts();
+    FD_LOG(LOG_INFO, " ******** strategies time =[%lld] ms********",
+           static_cast<long long>((time_strategies - time_invoke) / 1000));
+    time_11 = now_pts();
+    FD_LOG(LOG_INFO, " ******** all time =[%lld] ms********\n\n\n",
+           static_cast<long long>((time_11 - time_00) / 1000));
+}
+
 void run_frame_loop(QMT_Stream_Stauts_t *stream, MI_S32 fd) {
     zero_time_stamps();
     int frameNumber = 0;
+    FrameLists lists;
 
     for (;;) {
         // Both globals are written by other threads and read afresh every pass.
@@ -124,6 +192,7 @@ void run_frame_loop(QMT_Stream_Stauts_t *stream, MI_S32 fd) {
         if (!take_frame(&stream->dstChnPort)) {
             continue;
         }
+        FD_LOG(LOG_INFO, "Algorithm Version:%s", FaceDet_GetVersion());
 
         frameNumber = next_frame_number(frameNumber);
         FD_LOG(LOG_INFO, "--------------frameNumber = %d-----------------", frameNumber);
@@ -134,6 +203,19 @@ void run_frame_loop(QMT_Stream_Stauts_t *stream, MI_S32 fd) {
         time_get_frame = now_pts();
         FD_LOG(LOG_INFO, " ******** get frame time =[%lld] ms********",
                static_cast<long long>((time_get_frame - time_00) / 1000));
+
+        build_luma_histogram(s_buffers.nv12, kFrameWidth, kFrameHeight, g_v_hist);
+        auto_gamma_step(daemon_gamma_state(), s_buffers.gammaRecords[1], g_v_hist);
+        time_autogamma = now_pts();
+        FD_LOG(LOG_INFO, " ******** autogamma time =[%lld] ms********",
+               static_cast<long long>((time_autogamma - time_get_frame) / 1000));
+
+        const uint8_t command = MsgBuf[1].load(std::memory_order_relaxed);
+        if (command == 0) {
+            send_full_view();
+        } else if (command == 1) {
+            run_auto_framing(lists);
+        }
     }
 }
 
@@ -153,6 +235,7 @@ void *Get_stream_thread(void *arg) {
     usleep(2000000);
 
     allocate_frame_buffers();
+    shm_track_map_open();
 
     MI_S32 fd = 0;
     if (stream == nullptr) {
@@ -173,6 +256,7 @@ void *Get_stream_thread(void *arg) {
         run_frame_loop(stream, fd);
 
         usleep(20000);
+        shm_track_map_detach();
         FD_LOG(LOG_DEBUG, "__LINE__%d\tfaceDet release!", __LINE__);
     }
 

@@ -35,6 +35,9 @@ extern MI_U64 time_PTZ, lastTime, newTime, Present_Time;
 // Framing sent when auto framing is switched off: the full 1920x1080 view.
 extern int32_t output_ture[4];
 
+// Luma histogram of the current frame: entry y counts the pixels of luma y.
+extern float g_v_hist[256];
+
 // Working tables of the automatic gamma, 256 zeros each at start.
 extern std::vector<int32_t> appliedOffsets;
 extern std::vector<int32_t> newOffsets;

@@ -15,6 +15,7 @@
 #include "faceDet/runtime_env.h"
 #include "media/qmt_video_stream.h"
 #include "mi_sys.h"
+#include "net_communication/net_communication.h"
 #include "qmt_rgn_api/qmt_rgn_api.h"
 
 namespace {
@@ -60,6 +61,7 @@ int main(int argc, char **argv) {
     install_exit_handler(SIGTERM);
 
     MI_SYS_Init();
+    camera_udp_init();
     qmt_rgn_init();
 
     MI_S32 s32Ret = QMT_Video_Stream_Start();

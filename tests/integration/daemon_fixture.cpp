@@ -1,15 +1,27 @@
 #include "daemon_fixture.h"
 
+#include <sys/ipc.h>
+#include <sys/shm.h>
 #include <unistd.h>
 
 #include <atomic>
 
 #include "raw_clip.h"
 
+DaemonTest::~DaemonTest() {
+    for (int key : keys_) {
+        int id = shmget(key, 0, 0);
+        if (id >= 0) {
+            shmctl(id, IPC_RMID, nullptr);
+        }
+    }
+}
+
 std::map<std::string, std::string> DaemonTest::daemon_env() const {
     static std::atomic<int> sequence{0};
     // Keys unique to this test process and run; the default 0x1123 is never touched.
     int key = 0x46440000 + ((getpid() & 0xfff) << 4) + (sequence++ & 0xf);
+    keys_.push_back(key);
     return {{"FACEDET_RUNTIME_DIR", dir_.path()}, {"FACEDET_SHM_KEY", std::to_string(key)}};
 }
 

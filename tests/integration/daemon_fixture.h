@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -16,6 +17,9 @@ using namespace std::chrono_literals;
 
 class DaemonTest : public ::testing::Test {
   protected:
+    // Removes the shared-memory segments of every key handed out.
+    ~DaemonTest() override;
+
     // A private runtime directory and shared-memory key, so tests run in parallel.
     std::map<std::string, std::string> daemon_env() const;
     // A raw clip of `frames` synthetic frames in the test's directory.
@@ -24,6 +28,7 @@ class DaemonTest : public ::testing::Test {
                                         std::vector<std::string> args = {}, bool withSource = true);
 
     TempDir dir_;
+    mutable std::vector<int> keys_;
 };
 
 // Links the model files into a daemon's working directory.
