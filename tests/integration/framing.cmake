@@ -1,0 +1,15 @@
+# Auto framing end to end: the daemon on scenario clips of real people, with
+# camera_sim as the camera and facedet_ctl switching it. The clips are built
+# in-process by the scenario_clip library, which needs OpenCV.
+if(NOT (FACEDET_WITH_OPENCV AND TARGET facedet_scenario_clip))
+  return()
+endif()
+
+facedet_integration_test(framing_test
+  SOURCES framing_test.cpp framing_support.cpp daemon_fixture.cpp
+  LIBS facedet_scenario_clip facedet_detector opencv_imgcodecs opencv_imgproc)
+target_compile_definitions(framing_test PRIVATE
+  CAMERA_SIM_BIN="$<TARGET_FILE:camera_sim>"
+  FACEDET_CTL_BIN="$<TARGET_FILE:facedet_ctl>"
+  SCENARIO_CLIP_BIN="$<TARGET_FILE:scenario_clip>")
+add_dependencies(framing_test camera_sim facedet_ctl scenario_clip)

@@ -1,0 +1,436 @@
+// Auto framing end to end: the real daemon plays scenario clips of real
+// people in lockstep and moves a real camera_sim; what the camera receives is
+// compared with where the people were.
+#include <signal.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include "daemon_fixture.h"
+#include "detector/slim_face_detector.h"
+#include "framing_support.h"
+#include "scenario_clip.h"
+
+namespace {
+
+const std::string kShared = FACEDET_SHARED_DIR;
+// A dance floor: 29 faces for the detector, 11 of them big enough for auto framing.
+const std::string kCrowdPhoto = kShared + "/data/faces/images/4_Dancing_Dancing_4_489.jpg";
+constexpr auto kRunLimit = std::chrono::seconds(120);
+constexpr int kWarmUpFrames = 9;  // the daemon analyses from the tenth frame on
+
+std::unique_ptr<ChildProcess> run_program(const char *program, std::vector<std::string> args,
+                                          const std::string &workDir) {
+    ChildProcess::Options options;
+    options.args = std::move(args);
+    options.workDir = workDir;
+    return std::make_unique<ChildProcess>(program, options);
+}
+
+// The face of `person` on source frame `frame`, if it was visible.
+const scenario::FaceTruth *face_of(const scenario::Clip &clip, int frame, int person) {
+    size_t n = 0;
+    const scenario::FaceTruth *faces = scenario::faces_on_frame(clip, frame, &n);
+    for (size_t i = 0; i < n; ++i) {
+        if (faces[i].person == person) {
+            return &faces[i];
+        }
+    }
+    return nullptr;
+}
+
+int last_frame_with_a_face(const scenario::Clip &clip) {
+    return clip.truth.empty() ? -1 : clip.truth.back().frame;
+}
+
+class FramingTest : public DaemonTest {
+  protected:
+    void load(const char *name, int frames = 0) {
+        std::string error;
+        ASSERT_TRUE(scenario::build_clip(name, frames, kShared, &clip_, &error)) << error;
+        clipPath_ = dir_.file(std::string(name) + ".nv12");
+        ASSERT_TRUE(scenario::write_clip(clip_, clipPath_, "", &error)) << error;
+    }
+
+    void start_sim() {
+        simLog_ = dir_.file("camera_sim.jsonl");
+        sim_ = run_program(CAMERA_SIM_BIN, {"--runtime-dir", dir_.path(), "--log", simLog_}, dir_.path());
+        ASSERT_TRUE(sim_->wait_for_output("camera_sim: listening on", 20s)) << sim_->err();
+    }
+
+    // Sends a control word; the daemon's socket appears a moment after start.
+    bool ctl(const std::string &word) {
+        return wait_until(
+            [&] {
+                return run_program(FACEDET_CTL_BIN, {"--runtime-dir", dir_.path(), word}, dir_.path())
+                           ->wait_exit(20s) == 0;
+            },
+            20s);
+    }
+
+    std::unique_ptr<ChildProcess> start_daemon(const std::string &source, bool loop) {
+        frameLog_ = dir_.file("frames.log");
+        std::map<std::string, std::string> env = {
+            {"FACEDET_SOURCE", source}, {"FACEDET_PACE", "lockstep"}, {"FACEDET_FRAME_LOG", frameLog_}};
+        env[loop ? "FACEDET_LOOP" : "FACEDET_EXIT_AT_END"] = "1";
+        return start(env);
+    }
+
+    std::string sim_log() const { return read_file(simLog_); }
+    size_t taken() const { return lines_containing(read_file(frameLog_), " taken "); }
+    size_t received_pan_tilts() const {
+        return lines_containing(sim_log(), "\"name\":\"pan_tilt_absolute\"");
+    }
+
+    // camera_sim has taken everything the daemon sent; then it is stopped.
+    void stop_sim(size_t sent) {
+        EXPECT_TRUE(wait_until([&] { return received_pan_tilts() >= sent; }, 20s))
+            << received_pan_tilts() << " of " << sent;
+        sim_->signal(SIGTERM);
+        EXPECT_EQ(sim_->wait_exit(20s), 0);
+    }
+
+    // The daemon over the whole clip, auto framing on from its first analysed
+    // frame; returns its frames.
+    std::vector<FrameTrace> run_clip() {
+        start_sim();
+        auto daemon = start_daemon(clipPath_, false);
+        // Sent while the frame thread sleeps its two start-up seconds.
+        EXPECT_TRUE(ctl("run"));
+        EXPECT_EQ(daemon->wait_exit(kRunLimit), 0) << daemon->err();
+        out_ = daemon->out();
+        // The command was there before the first frame: the loop never ran stopped.
+        EXPECT_NE(out_.find("MsgBuf[0]=1 , MsgBuf[1]=1 "), std::string::npos);
+        EXPECT_EQ(out_.find("MsgBuf[1]=0 "), std::string::npos);
+        EXPECT_EQ(out_.find("stop Auto_Frame detect!"), std::string::npos);
+        const std::string frames = read_file(frameLog_);
+        EXPECT_EQ(lines_containing(frames, " taken "), static_cast<size_t>(clip_.frames)) << frames;
+        EXPECT_EQ(lines_containing(frames, " dropped "), 0u);
+
+        std::vector<FrameTrace> traces = frame_traces(out_);
+        EXPECT_EQ(traces.size(), static_cast<size_t>(clip_.frames));
+        size_t sent = 0;
+        for (size_t i = 0; i < traces.size(); ++i) {
+            EXPECT_EQ(traces[i].frameNumber, static_cast<int>(i) + 1);
+            // Every analysed frame went through target selection.
+            EXPECT_EQ(traces[i].faceNum >= 0, traces[i].frameNumber > kWarmUpFrames) << traces[i].frameNumber;
+            sent += traces[i].panTiltSends;
+        }
+        stop_sim(sent);
+        expect_traces_match_packets(traces);
+        return traces;
+    }
+
+    // Every traced move reached the camera with exactly its values, in order;
+    // anything else the camera received is the untraced full view.
+    void expect_traces_match_packets(const std::vector<FrameTrace> &traces) {
+        int unpaired = 0;
+        const std::vector<Ptz> received = received_moves(sim_log(), &unpaired);
+        EXPECT_EQ(unpaired, 0);
+        const std::vector<FrameTrace> traced = traced_moves(traces);
+        size_t next = 0;
+        for (const Ptz &r : received) {
+            if (next < traced.size() && r == traced[next].move) {
+                ++next;
+            } else {
+                EXPECT_EQ(r, kFullView) << "received " << to_string(r) << ", next traced "
+                                        << (next < traced.size() ? to_string(traced[next].move) : "none");
+            }
+        }
+        EXPECT_EQ(next, traced.size()) << "traced moves the camera never received";
+    }
+
+    // Each move frames the person on the frame it was decided on.
+    void expect_moves_frame(const std::vector<FrameTrace> &moves, int person) {
+        for (const FrameTrace &m : moves) {
+            const scenario::FaceTruth *face = face_of(clip_, m.frameNumber - 1, person);
+            ASSERT_NE(face, nullptr) << "move on frame " << m.frameNumber - 1 << " without person " << person;
+            std::string why;
+            EXPECT_TRUE(frames_face(m.move, *face, &why)) << why;
+        }
+    }
+
+    scenario::Clip clip_;
+    std::string clipPath_;
+    std::string simLog_;
+    std::string frameLog_;
+    std::string out_;
+    std::unique_ptr<ChildProcess> sim_;
+};
+
+}  // namespace
+
+// The clips themselves: a background without faces, and every visible person
+// found where the truth says, by the daemon's own detector.
+TEST(ScenarioClip, DetectorFindsEveryPersonWhereTheTruthSaysAndNothingElse) {
+    SlimFaceDetector detector(kShared + "/models/slim-320-quant-ADMM-50.mnn", 480, 320, 4, -1, 0.65f, 0.3f);
+    ASSERT_TRUE(detector.ready());
+    for (const auto &info : scenario::scenarios()) {
+        scenario::Clip clip;
+        std::string error;
+        ASSERT_TRUE(scenario::build_clip(info.name, 0, kShared, &clip, &error)) << error;
+        ASSERT_EQ(clip.nv12.size(), clip.frames * scenario::kClipFrameBytes);
+        int whole = 0, found = 0, strays = 0;
+        std::vector<uint8_t> bgr;
+        // Every third frame keeps the sanitizer builds quick.
+        for (int f = 0; f < clip.frames; f += 3) {
+            ASSERT_TRUE(scenario::frame_bgr(clip, f, &bgr));
+            std::vector<FaceBox> boxes;
+            detector.detect(bgr.data(), scenario::kClipWidth, scenario::kClipHeight, boxes);
+            size_t n = 0;
+            const scenario::FaceTruth *faces = scenario::faces_on_frame(clip, f, &n);
+            std::vector<bool> used(boxes.size(), false);
+            for (size_t i = 0; i < n; ++i) {
+                const bool isWhole = faces[i].x > 0 && faces[i].x + faces[i].w < scenario::kClipWidth;
+                whole += isWhole;
+                for (size_t b = 0; b < boxes.size(); ++b) {
+                    const double ix = std::min<double>(boxes[b].x2, faces[i].x + faces[i].w) -
+                                      std::max<double>(boxes[b].x1, faces[i].x);
+                    const double iy = std::min<double>(boxes[b].y2, faces[i].y + faces[i].h) -
+                                      std::max<double>(boxes[b].y1, faces[i].y);
+                    const double inter = ix > 0 && iy > 0 ? ix * iy : 0;
+                    const double uni = (boxes[b].x2 - boxes[b].x1) * (boxes[b].y2 - boxes[b].y1) +
+                                       faces[i].w * faces[i].h - inter;
+                    if (!used[b] && inter / uni >= 0.4) {
+                        used[b] = true;
+                        found += isWhole;
+                        break;
+                    }
+                }
+            }
+            strays += static_cast<int>(std::count(used.begin(), used.end(), false));
+        }
+        EXPECT_EQ(strays, 0) << info.name << ": detections where no face is";
+        EXPECT_GE(found, whole * 9 / 10) << info.name << ": " << found << " of " << whole << " whole faces";
+        if (std::string(info.name) != "empty") {
+            EXPECT_GT(whole, 10) << info.name;
+        }
+    }
+}
+
+TEST(ScenarioClip, ToolWritesTheLibrarysClipAndTruthAndRefusesBadArguments) {
+    TempDir dir;
+    scenario::Clip clip;
+    std::string error;
+    ASSERT_TRUE(scenario::build_clip("two_crossing", 24, kShared, &clip, &error)) << error;
+    for (const char *name : {"a", "b"}) {
+        auto tool =
+            run_program(SCENARIO_CLIP_BIN,
+                        {"--scenario", "two_crossing", "--frames", "24", "--out", dir.file(name) + ".nv12",
+                         "--truth", dir.file(name) + ".csv", "--shared", kShared},
+                        dir.path());
+        ASSERT_EQ(tool->wait_exit(60s), 0) << tool->err();
+    }
+    const std::string bytes = read_file(dir.file("a.nv12"));
+    EXPECT_EQ(bytes.size(), 24 * scenario::kClipFrameBytes);
+    EXPECT_TRUE(bytes == std::string(clip.nv12.begin(), clip.nv12.end())) << "tool and library differ";
+    EXPECT_TRUE(bytes == read_file(dir.file("b.nv12"))) << "two runs differ";
+    std::string csv = "frame,person,x,y,w,h\n";
+    for (const auto &t : clip.truth) {
+        csv += std::to_string(t.frame) + "," + std::to_string(t.person) + "," + std::to_string(t.x) + "," +
+               std::to_string(t.y) + "," + std::to_string(t.w) + "," + std::to_string(t.h) + "\n";
+    }
+    EXPECT_EQ(read_file(dir.file("a.csv")), csv);
+    // Both people are in the truth, the nearer one on every frame.
+    EXPECT_NE(csv.find(",1,"), std::string::npos);
+    for (int f = 0; f < 24; ++f) {
+        EXPECT_NE(face_of(clip, f, 0), nullptr) << f;
+    }
+
+    const struct {
+        std::vector<std::string> args;
+        int status;
+        const char *message;
+    } bad[] = {
+        {{"--scenario", "nobody", "--out", dir.file("x")}, 1, "unknown scenario 'nobody'"},
+        {{"--scenario", "enter", "--frames", "1", "--out", dir.file("x")}, 2, "--frames"},
+        {{"--scenario", "enter", "--out", dir.file("x"), "--shared", dir.path()}, 1, "cannot read"},
+        {{"--scenario", "enter"}, 2, "usage: scenario_clip"},
+        {{"--out"}, 2, "--out needs a value"},
+    };
+    for (const auto &b : bad) {
+        auto tool = run_program(SCENARIO_CLIP_BIN, b.args, dir.path());
+        EXPECT_EQ(tool->wait_exit(60s), b.status) << b.message;
+        EXPECT_NE(tool->err().find(b.message), std::string::npos) << tool->err();
+    }
+    EXPECT_FALSE(file_exists(dir.file("x")));
+}
+
+TEST_F(FramingTest, EnteringPersonIsFramedAndFollowedToTheMiddle) {
+    load("enter");
+    const std::vector<FrameTrace> frames = run_clip();
+    const std::vector<FrameTrace> moves = traced_moves(frames);
+    ASSERT_GE(moves.size(), 2u);
+    expect_moves_frame(moves, 0);
+    // Acquired while coming in on the left, followed to the right.
+    EXPECT_LT(moves.front().move.pan, -200) << to_string(moves.front().move);
+    for (size_t i = 1; i < moves.size(); ++i) {
+        EXPECT_GT(moves[i].move.pan, moves[i - 1].move.pan) << "move " << i;
+    }
+    // The last move frames where the person stands at the end.
+    std::string why;
+    EXPECT_TRUE(frames_face(moves.back().move, *face_of(clip_, clip_.frames - 1, 0), &why)) << why;
+    EXPECT_LE(std::abs(moves.back().move.pan), 120) << to_string(moves.back().move);
+}
+
+TEST_F(FramingTest, WalkingAcrossPansSeveralTimesInTheWalkingDirection) {
+    load("walk_across");
+    const std::vector<FrameTrace> moves = traced_moves(run_clip());
+    ASSERT_GE(moves.size(), 4u);
+    expect_moves_frame(moves, 0);
+    EXPECT_LT(moves.front().move.pan, 0);
+    EXPECT_GT(moves.back().move.pan, 0);
+    for (size_t i = 1; i < moves.size(); ++i) {
+        EXPECT_GT(moves[i].move.pan, moves[i - 1].move.pan) << "move " << i;
+    }
+}
+
+TEST_F(FramingTest, PersonLeavingSendsTheFullViewOnTheEleventhEmptyFrame) {
+    load("stop_and_leave");
+    const std::vector<FrameTrace> frames = run_clip();
+    const std::vector<FrameTrace> moves = traced_moves(frames);
+    ASSERT_GE(moves.size(), 1u);
+    expect_moves_frame(moves, 0);
+    EXPECT_GT(moves.front().move.pan, 0);  // standing right of centre
+
+    // The full view goes out, untraced, on every eleventh face-less analysed
+    // frame in a row and on no other frame, and only once the person has gone.
+    int fullViews = 0;
+    int emptyRun = 0;
+    for (const FrameTrace &f : frames) {
+        emptyRun = f.faceNum == 0 ? emptyRun + 1 : 0;
+        const bool fullView = f.panTiltSends > 0 && !f.tracedMove;
+        EXPECT_EQ(fullView, emptyRun == 11)
+            << "frame " << f.frameNumber << ", " << emptyRun << " without a face";
+        if (fullView) {
+            ++fullViews;
+            EXPECT_GT(f.frameNumber - 1, last_frame_with_a_face(clip_)) << "full view before the person left";
+            emptyRun = 0;
+        }
+    }
+    EXPECT_GE(fullViews, 1);
+    // The camera ends at the full view: zoom 1920, then pan and tilt home.
+    const std::string log = sim_log();
+    const size_t zoom = log.rfind("\"name\":\"zoom_absolute\"");
+    ASSERT_NE(zoom, std::string::npos);
+    const std::string tail = log.substr(log.rfind('\n', zoom) + 1);
+    EXPECT_TRUE(InOrder(tail, {"\"bytes\":\"81 01 04 47 00 07 08 00 ff\"",
+                               "\"bytes\":\"81 01 44 02 0f 0a 00 00 00 00 00 00 00 00 ff\""}));
+    EXPECT_EQ(lines_containing(tail, "\"name\":\"pan_tilt_absolute\""), 1u) << tail;
+}
+
+TEST_F(FramingTest, TwoPeopleCrossingTheCameraKeepsFramingOne) {
+    load("two_crossing");
+    const std::vector<FrameTrace> frames = run_clip();
+    const std::vector<FrameTrace> moves = traced_moves(frames);
+    ASSERT_GE(moves.size(), 1u);
+    for (const FrameTrace &f : frames) {
+        EXPECT_LE(f.faceNum, 2) << "frame " << f.frameNumber;
+    }
+    // Every move frames one of the two, never a point between them.
+    for (const FrameTrace &m : moves) {
+        bool either = false;
+        std::string why, whyOther;
+        for (int person = 0; person < 2; ++person) {
+            const scenario::FaceTruth *face = face_of(clip_, m.frameNumber - 1, person);
+            either =
+                either || (face != nullptr && frames_face(m.move, *face, person == 0 ? &why : &whyOther));
+        }
+        EXPECT_TRUE(either) << why << "; " << whyOther;
+    }
+}
+
+TEST_F(FramingTest, StopOffAndRunSwitchTheDaemon) {
+    load("enter");
+    start_sim();
+    auto daemon = start_daemon(clipPath_, true);
+    auto fullViews = [&] {
+        int unpaired = 0;
+        const auto moves = received_moves(sim_log(), &unpaired);
+        return std::count(moves.begin(), moves.end(), kFullView);
+    };
+
+    // Stopped from the start: the full view on every analysed pass.
+    ASSERT_TRUE(daemon->wait_for_output("--------------frameNumber = 13-", kRunLimit)) << daemon->out();
+    ASSERT_TRUE(wait_until([&] { return count_of(daemon->out(), "stop Auto_Frame detect!") >= 3; }, 30s));
+    EXPECT_TRUE(wait_until([&] { return fullViews() >= 3; }, 20s)) << sim_log();
+    EXPECT_EQ(count_of(daemon->out(), "panPoint = "), 0u);
+
+    // Running: the person coming in is framed.
+    ASSERT_TRUE(ctl("run"));
+    ASSERT_TRUE(daemon->wait_for_output("MsgBuf[0]=1 , MsgBuf[1]=1 ", 30s));
+    EXPECT_TRUE(daemon->wait_for_output("******************** panPoint = ", kRunLimit));
+
+    // Off: the view is reset and no frame is taken.
+    ASSERT_TRUE(ctl("off"));
+    ASSERT_TRUE(daemon->wait_for_output("MsgBuf[1] == 0x2", 30s));
+    const size_t takenWhenOff = taken();
+    const size_t packetsWhenOff = received_pan_tilts();
+    const size_t offLines = count_of(daemon->out(), "MsgBuf[1] == 0x2");
+    std::this_thread::sleep_for(1s);
+    EXPECT_EQ(taken(), takenWhenOff);
+    EXPECT_EQ(received_pan_tilts(), packetsWhenOff);
+    EXPECT_GE(count_of(daemon->out(), "MsgBuf[1] == 0x2"), offLines + 2);  // a pass every 300 ms
+
+    // Running again: frames are taken again.
+    ASSERT_TRUE(ctl("run"));
+    EXPECT_TRUE(wait_until([&] { return taken() > takenWhenOff + 20; }, kRunLimit));
+
+    // Stopped again: the full view, pass after pass.
+    const auto before = fullViews();
+    ASSERT_TRUE(ctl("stop"));
+    EXPECT_TRUE(wait_until([&] { return fullViews() >= before + 3; }, 30s)) << sim_log();
+
+    daemon->signal(SIGTERM);
+    EXPECT_EQ(daemon->wait_exit(30s), 0) << daemon->err();
+    sim_->signal(SIGTERM);
+    EXPECT_EQ(sim_->wait_exit(20s), 0);
+}
+
+TEST_F(FramingTest, CrowdPhotoNeverReachesMoreThanTenFacesAndKeepsAnalysing) {
+    // More faces than the tables hold, as the daemon sees the photo.
+    {
+        SlimFaceDetector detector(kShared + "/models/slim-320-quant-ADMM-50.mnn", 480, 320, 4, -1, 0.65f,
+                                  0.3f);
+        const cv::Mat photo = cv::imread(kCrowdPhoto);
+        ASSERT_FALSE(photo.empty());
+        cv::Mat frame;
+        cv::resize(photo, frame, cv::Size(scenario::kClipWidth, scenario::kClipHeight), 0, 0, cv::INTER_AREA);
+        std::vector<FaceBox> faces;
+        detector.detect(frame.data, frame.cols, frame.rows, faces);
+        ASSERT_GT(faces.size(), 10u);
+    }
+    start_sim();
+    auto daemon = start_daemon(kCrowdPhoto, true);
+    ASSERT_TRUE(ctl("run"));
+    ASSERT_TRUE(daemon->wait_for_output("--------------frameNumber = 40-", kRunLimit)) << daemon->err();
+    daemon->signal(SIGTERM);
+    EXPECT_EQ(daemon->wait_exit(30s), 0) << daemon->err();
+    const std::string err = daemon->err();
+    EXPECT_EQ(err.find("runtime error"), std::string::npos) << err;
+    EXPECT_EQ(err.find("Sanitizer"), std::string::npos) << err;
+
+    const std::vector<FrameTrace> frames = frame_traces(daemon->out());
+    int analysed = 0, maxFaces = 0;
+    for (const FrameTrace &f : frames) {
+        if (f.faceNum >= 0) {
+            ++analysed;
+            maxFaces = std::max(maxFaces, f.faceNum);
+        }
+    }
+    EXPECT_GE(analysed, 30);
+    // Most of the crowd reaches target selection, never more than its tables hold.
+    EXPECT_GE(maxFaces, 6);
+    EXPECT_LE(maxFaces, 10);
+    EXPECT_LE(count_of(daemon->out(), "face box (x, y, w, h)"), static_cast<size_t>(10 * analysed));
+    sim_->signal(SIGTERM);
+    EXPECT_EQ(sim_->wait_exit(20s), 0);
+}
