@@ -33,16 +33,6 @@
 #ifdef GAMMA_PEER_WITH_PNG
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
-
-#if defined(__SANITIZE_THREAD__)
-// OpenCV's image codecs register GDAL's drivers on first use, and GDAL takes
-// two of its own mutexes in both orders on that one thread; ThreadSanitizer
-// reports it as a potential deadlock inside libgdal. Nothing of ours is
-// involved (tests/tsan.supp holds the same entry).
-extern "C" const char *__tsan_default_suppressions() {
-    return "deadlock:libgdal.so\n";
-}
-#endif
 #endif
 
 static_assert(sizeof(GammaRecord) == kTrackDataBytes, "a gamma record fills the data area");

@@ -18,16 +18,6 @@
 #if FACEDET_TEST_HAS_IMAGES
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
-
-#if defined(__SANITIZE_THREAD__)
-// Loading OpenCV's image codecs registers GDAL's drivers, which take two of
-// GDAL's own mutexes in both orders on this one thread; ThreadSanitizer
-// reports that as a potential deadlock inside libgdal. Nothing of ours is
-// involved (tests/tsan.supp holds the same entry for other binaries).
-extern "C" const char *__tsan_default_suppressions() {
-    return "deadlock:libgdal.so\n";
-}
-#endif
 #endif
 
 namespace {
