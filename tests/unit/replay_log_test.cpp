@@ -1,0 +1,312 @@
+// facedet_replay's log reading on recorded excerpts: the daemon's colour
+// console with other threads' lines in between, logs cut by a killed process,
+// the frame log, camera_sim's JSON lines and gamma_peer's answers.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "replay_log.h"
+#include "replay_report.h"
+
+using namespace replay;
+
+namespace {
+
+// One INFO line as console_log prints it: the colour reset follows the line end.
+std::string info(const std::string &file, int line, const std::string &message) {
+    return "\033[1;34m[2024-05-02 10:11:12:345] [INFO] [" + file + ": " + std::to_string(line) + "] " +
+           message + "\n\033[0m";
+}
+
+std::string frame_header(int n) {
+    return info("get_stream_thread.cpp", 180, "MsgBuf[0]=1 , MsgBuf[1]=1 ") +
+           info("get_stream_thread.cpp", 200, "Algorithm Version:1.0") +
+           info("get_stream_thread.cpp", 203,
+                "--------------frameNumber = " + std::to_string(n) + "-----------------");
+}
+
+std::string stages_before_invoke(int getMs, int gammaMs) {
+    return info("get_stream_thread.cpp", 210,
+                " ******** get frame time =[" + std::to_string(getMs) + "] ms********") +
+           info("get_stream_thread.cpp", 215,
+                " ******** autogamma time =[" + std::to_string(gammaMs) + "] ms********");
+}
+
+std::string stages_after_invoke(int invokeMs, int allMs) {
+    return info("get_stream_thread.cpp", 160,
+                " ******** invoke time =[" + std::to_string(invokeMs) + "] ms********") +
+           info("get_stream_thread.cpp", 168, " ******** strategies time =[0] ms********") +
+           info("get_stream_thread.cpp", 171,
+                " ******** all time =[" + std::to_string(allMs) + "] ms********\n\n");
+}
+
+// A frame with one face that decides a move, as the daemon prints it.
+std::string moving_frame(int n) {
+    return frame_header(n) + stages_before_invoke(0, 1) +
+           info("box_filter.cpp", 52, "face box (x, y, w, h) = (180, 60, 48, 60), score = 0.981234") +
+           // The selection's printf has no line end: it lands in front of the next line.
+           "/n/n/n ***************** faceNum = 1 ************ " +
+           info("target_selection.cpp", 72, "********** faceNum=1 **************") +
+           info("target_selection.cpp", 160,
+                "**************** personCenterRect [727, 138, 221, 830] *****************") +
+           info("move_decision.cpp", 280, "******************** panPoint = -122 *******************") +
+           info("move_decision.cpp", 282, "******************** tiltPoint = 0 ******************") +
+           info("move_decision.cpp", 284, "******************** zoomPoint = 1475 ******************") +
+           stages_after_invoke(9, 11);
+}
+
+std::string faceless_frame(int n) {
+    return frame_header(n) + stages_before_invoke(0, 0) +
+           "/n/n/n ***************** faceNum = 0 ************ " + stages_after_invoke(7, 8);
+}
+
+}  // namespace
+
+TEST(ReplayDaemonLog, StripsColourCodesAndKeepsText) {
+    EXPECT_EQ(strip_ansi("\033[1;34mabc\n\033[0mdef"), "abc\ndef");
+    EXPECT_EQ(strip_ansi("no codes"), "no codes");
+    EXPECT_EQ(strip_ansi("cut \033[1;3"), "cut ");
+}
+
+TEST(ReplayDaemonLog, ReadsWarmUpAnalysedAndMovingFrames) {
+    std::string out = "faceDet starting!\n";
+    for (int n = 1; n <= 9; ++n) {
+        out += frame_header(n);
+    }
+    out += moving_frame(10) + faceless_frame(11);
+    const DaemonLog log = parse_daemon_log(out);
+    ASSERT_EQ(log.frames.size(), 11u);
+    EXPECT_FALSE(log.cutAtEnd);
+    for (int i = 0; i < 9; ++i) {
+        EXPECT_EQ(log.frames[i].frameNumber, i + 1);
+        EXPECT_FALSE(log.frames[i].analysed) << i;
+        EXPECT_EQ(log.frames[i].mode, Mode::Run);
+    }
+    const TakenFrame &m = log.frames[9];
+    EXPECT_TRUE(m.analysed);
+    EXPECT_TRUE(m.framingRan);
+    EXPECT_EQ(m.faceNum, 1);
+    ASSERT_EQ(m.faces.size(), 1u);
+    EXPECT_EQ(m.faces[0].x, 180);
+    EXPECT_EQ(m.faces[0].h, 60);
+    ASSERT_TRUE(m.hasPerson);
+    EXPECT_EQ(m.person.x, 727);
+    EXPECT_EQ(m.person.h, 830);
+    ASSERT_TRUE(m.moved);
+    EXPECT_EQ(m.pan, -122);
+    EXPECT_EQ(m.tilt, 0);
+    EXPECT_EQ(m.zoom, 1475);
+    EXPECT_EQ(m.invokeMs, 9);
+    EXPECT_EQ(m.allMs, 11);
+    EXPECT_EQ(m.autogammaMs, 1);
+
+    const TakenFrame &f = log.frames[10];
+    EXPECT_TRUE(f.framingRan);
+    EXPECT_EQ(f.faceNum, 0);
+    EXPECT_TRUE(f.faces.empty());
+    EXPECT_FALSE(f.moved);
+    EXPECT_FALSE(f.hasPerson);
+}
+
+TEST(ReplayDaemonLog, OtherThreadsLinesBetweenFrameLinesChangeNothing) {
+    // The socket thread and the camera thread print while a frame is analysed.
+    std::string frame = moving_frame(10);
+    const std::string anchor = "\033[1;34m[2024-05-02 10:11:12:345] [INFO] [move_decision.cpp: 282]";
+    const size_t at = frame.find(anchor);
+    ASSERT_NE(at, std::string::npos);
+    frame.insert(at,
+                 "MsgBuf[0]= 1, MsgBuf[1]= 1 \nret == 0\n\033[1;32m[2024-05-02 10:11:12:346] [DEBUG] "
+                 "[visca.cpp:88] reply 90 41 ff\n\033[0m");
+    const DaemonLog log = parse_daemon_log(frame + faceless_frame(11));
+    ASSERT_EQ(log.frames.size(), 2u);
+    EXPECT_TRUE(log.frames[0].moved);
+    EXPECT_EQ(log.frames[0].pan, -122);
+    EXPECT_EQ(log.frames[0].zoom, 1475);
+    EXPECT_EQ(log.frames[0].faces.size(), 1u);
+    EXPECT_FALSE(log.frames[1].moved);
+}
+
+TEST(ReplayDaemonLog, CutLastLineIsLeftOutAndReported) {
+    const std::string whole = moving_frame(10);
+    // The process was killed in the middle of the zoomPoint line.
+    const size_t at = whole.find("zoomPoint = 1475");
+    ASSERT_NE(at, std::string::npos);
+    const DaemonLog cutMove = parse_daemon_log(whole.substr(0, at + 13));
+    ASSERT_EQ(cutMove.frames.size(), 1u);
+    EXPECT_TRUE(cutMove.cutAtEnd);
+    EXPECT_FALSE(cutMove.frames[0].moved) << "half a triple is no move";
+
+    // Cut inside a face box: no box from half its numbers.
+    const std::string boxed =
+        frame_header(12) + stages_before_invoke(0, 0) +
+        "\033[1;34m[2024-05-02 10:11:12:345] [INFO] [box_filter.cpp: 52] face box (x, y, w, h) "
+        "= (180, 60, 4";
+    const DaemonLog cutBox = parse_daemon_log(boxed);
+    ASSERT_EQ(cutBox.frames.size(), 1u);
+    EXPECT_TRUE(cutBox.frames[0].faces.empty());
+    EXPECT_TRUE(cutBox.cutAtEnd);
+}
+
+TEST(ReplayDaemonLog, StoppedFramesAndPlatformErrors) {
+    std::string out = info("get_stream_thread.cpp", 180, "MsgBuf[0]=1 , MsgBuf[1]=0 ") +
+                      info("get_stream_thread.cpp", 203, "--------------frameNumber = 10-----------------") +
+                      stages_before_invoke(0, 0) +
+                      info("get_stream_thread.cpp", 140, "\n\n\nstop Auto_Frame detect!\n\n\n");
+    const DaemonLog log =
+        parse_daemon_log(out, "host platform: cannot open FACEDET_SOURCE 'x.mp4': no frames\n");
+    ASSERT_EQ(log.frames.size(), 1u);
+    EXPECT_EQ(log.frames[0].mode, Mode::Stop);
+    EXPECT_TRUE(log.frames[0].stopFullView);
+    EXPECT_FALSE(log.frames[0].framingRan);
+    EXPECT_TRUE(log.cannotOpenSource);
+    EXPECT_FALSE(parse_daemon_log(out, "").cannotOpenSource);
+}
+
+TEST(ReplayDaemonLog, EleventhFacelessFrameInARowIsAFullViewReset) {
+    std::string out = moving_frame(10);
+    for (int n = 11; n <= 32; ++n) {
+        out += faceless_frame(n);
+    }
+    out += moving_frame(33);
+    for (int n = 34; n <= 40; ++n) {
+        out += faceless_frame(n);
+    }
+    const DaemonLog log = parse_daemon_log(out);
+    ASSERT_EQ(log.frames.size(), 31u);
+    int resets = 0;
+    for (size_t i = 0; i < log.frames.size(); ++i) {
+        if (log.frames[i].fullViewReset) {
+            ++resets;
+            // frames 21 and 32: the eleventh face-less frame, and the eleventh after that
+            EXPECT_TRUE(log.frames[i].frameNumber == 21 || log.frames[i].frameNumber == 32)
+                << log.frames[i].frameNumber;
+        }
+    }
+    EXPECT_EQ(resets, 2) << "a face in between starts the count again";
+}
+
+TEST(ReplayFrameLog, WholeLinesOnly) {
+    const std::string text =
+        "0 1000 taken 0.0\n1 34333 dropped 0.0\ngarbage line\n2 67666 lost 0.0\n3 100999 taken 0.0\n4 1343";
+    const std::vector<FrameLogEntry> e = parse_frame_log(text);
+    ASSERT_EQ(e.size(), 3u);
+    EXPECT_TRUE(e[0].taken);
+    EXPECT_FALSE(e[1].taken);
+    EXPECT_EQ(e[1].ptsUs, 34333u);
+    EXPECT_EQ(e[2].sourceIndex, 3u);
+}
+
+TEST(ReplaySimLog, StatesPacketsAndStateAtATime) {
+    const std::string text =
+        "{\"t_us\":100,\"event\":\"start\",\"socket\":\"/tmp/x/featureCamera_addr.socket\"}\n"
+        "{\"t_us\":200,\"event\":\"rx\",\"len\":9,\"bytes\":\"81 01 04 47 00 07 08 00 ff\",\"command\":0,"
+        "\"name\":\"zoom_absolute\"}\n"
+        "{\"t_us\":210,\"event\":\"rx\",\"len\":2,\"bytes\":\"81 01\",\"error\":\"no terminator\"}\n"
+        "{\"t_us\":300,\"event\":\"state\",\"pan\":-10.0,\"tilt\":5.5,\"width\":1900.0,\"height\":1068.8,"
+        "\"target_pan\":-122.0,\"target_tilt\":0.0,\"target_width\":1475.0,\"moving\":true}\n"
+        "{\"t_us\":500,\"event\":\"state\",\"pan\":-122.0,\"tilt\":0.0,\"width\":1475.0,\"height\":829.7,"
+        "\"target_pan\":-122.0,\"target_tilt\":0.0,\"target_width\":1475.0,\"moving\":false}\n"
+        "{\"t_us\":600,\"event\":\"state\",\"pan\":-1";
+    const SimLog log = parse_sim_log(text);
+    EXPECT_TRUE(log.started);
+    EXPECT_TRUE(log.stopReason.empty());
+    ASSERT_EQ(log.rx.size(), 2u);
+    EXPECT_EQ(log.rx[0].name, "zoom_absolute");
+    EXPECT_TRUE(log.rx[1].error);
+    ASSERT_EQ(log.states.size(), 2u) << "the cut state line is left out";
+    EXPECT_TRUE(log.states[0].moving);
+    EXPECT_DOUBLE_EQ(log.states[0].targetWidth, 1475.0);
+
+    EXPECT_DOUBLE_EQ(sim_state_at(log.states, 50).width, 1920.0) << "before the first sample: the full view";
+    EXPECT_DOUBLE_EQ(sim_state_at(log.states, 300).pan, -10.0);
+    EXPECT_DOUBLE_EQ(sim_state_at(log.states, 499).pan, -10.0);
+    EXPECT_DOUBLE_EQ(sim_state_at(log.states, 10000).width, 1475.0);
+
+    EXPECT_EQ(parse_sim_log("{\"t_us\":9,\"event\":\"stop\",\"reason\":\"signal\"}\n").stopReason, "signal");
+}
+
+TEST(ReplayGammaOutput, AnswersAcceptedAndRejected) {
+    const std::string text =
+        "gamma_peer: attached to key 0x52500001\n"
+        "answer 1: valid=1 mean=97 stdDev=40 p1=3 p10=40 p50=95 p90=150 p99=230 strength=100 isuse=1 -> "
+        "curve "
+        "accepted\n"
+        "answer 2: valid=0 mean=0 stdDev=0 p1=0 p10=0 p50=0 p90=0 p99=0 strength=100 isuse=0 -> curve "
+        "rejected\n"
+        "answer 3: valid=1 mea";
+    const std::vector<GammaAnswer> a = parse_gamma_output(text);
+    ASSERT_EQ(a.size(), 2u);
+    EXPECT_TRUE(a[0].accepted);
+    EXPECT_EQ(a[0].mean, 97);
+    EXPECT_EQ(a[0].p50, 95);
+    EXPECT_FALSE(a[1].accepted);
+}
+
+TEST(ReplaySummary, SpreadIsMedianAndNearestRankPercentile) {
+    const Spread s = spread_of({5, 1, 3, -1, 2, 4});
+    EXPECT_EQ(s.count, 5) << "missing lines (-1) are left out";
+    EXPECT_DOUBLE_EQ(s.median, 3);
+    EXPECT_DOUBLE_EQ(s.p95, 5);
+    std::vector<double> hundred;
+    for (int i = 1; i <= 100; ++i) {
+        hundred.push_back(i);
+    }
+    EXPECT_DOUBLE_EQ(spread_of(hundred).p95, 95);
+    EXPECT_DOUBLE_EQ(spread_of(hundred).median, 50.5);
+    EXPECT_EQ(spread_of({}).count, 0);
+}
+
+TEST(ReplaySummary, FiguresJsonAndPage) {
+    std::string out;
+    for (int n = 1; n <= 9; ++n) {
+        out += frame_header(n);
+    }
+    out += faceless_frame(10) + moving_frame(11) + faceless_frame(12);
+    const DaemonLog daemon = parse_daemon_log(out);
+    // 13 delivered, one dropped: the taken ones match the daemon's frames by order.
+    std::string frameLog;
+    for (int i = 0; i < 13; ++i) {
+        frameLog += std::to_string(i) + " " + std::to_string(1000000 + i * 500000) +
+                    (i == 5 ? " dropped" : " taken") + " 0.0\n";
+    }
+    const std::vector<FrameLogEntry> frames = parse_frame_log(frameLog);
+    RunInfo run;
+    run.source = "clip <1>.mp4";
+    run.complete = false;
+    run.reason = "daemon killed after 60 s";
+    const Summary s = summarise(run, daemon, frames, SimLog{}, {});
+    EXPECT_EQ(s.delivered, 13);
+    EXPECT_EQ(s.taken, 12);
+    EXPECT_EQ(s.dropped, 1);
+    EXPECT_EQ(s.analysed, 3);
+    EXPECT_EQ(s.framingFrames, 3);
+    EXPECT_EQ(s.moves, 1);
+    EXPECT_EQ(s.facesMax, 1);
+    EXPECT_NEAR(s.facesMean, 1.0 / 3, 1e-9);
+    EXPECT_EQ(s.faceHistogram[0], 2);
+    EXPECT_EQ(s.faceHistogram[1], 1);
+    // The move came with taken frame 11, delivered frame 11 (after the drop): 5.5 s after the first.
+    EXPECT_NEAR(s.firstMoveSeconds, 5.5, 1e-9);
+    EXPECT_NEAR(s.durationSeconds, 6.0, 1e-9);
+    EXPECT_NEAR(s.movesPerMinute, 10.0, 1e-9);
+    EXPECT_DOUBLE_EQ(s.invoke.median, 7);
+
+    const std::string json = summary_json(s);
+    EXPECT_NE(json.find("\"complete\": false"), std::string::npos);
+    EXPECT_NE(json.find("\"reason\": \"daemon killed after 60 s\""), std::string::npos);
+    EXPECT_NE(json.find("\"analysed\": 3"), std::string::npos);
+    EXPECT_NE(json.find("\"moves\": 1,"), std::string::npos);
+
+    const std::string html = report_html(s, true, true);
+    EXPECT_NE(html.find("<video id=\"replay\" src=\"replay.mp4\""), std::string::npos);
+    EXPECT_NE(html.find("<img id=\"timeline\" src=\"timeline.png\""), std::string::npos);
+    EXPECT_NE(html.find("incomplete: daemon killed after 60 s"), std::string::npos);
+    EXPECT_NE(html.find("clip &lt;1&gt;.mp4"), std::string::npos) << "names are escaped";
+    EXPECT_EQ(html.find("http"), std::string::npos) << "nothing from the network";
+    EXPECT_EQ(html.find("<script"), std::string::npos);
+
+    // A run with frames but not one face says so.
+    const Summary none = summarise(run, parse_daemon_log(faceless_frame(10)), frames, SimLog{}, {});
+    EXPECT_NE(report_html(none, true, true).find("No face was found"), std::string::npos);
+    EXPECT_NE(summary_json(none).find("\"no_face_found\": true"), std::string::npos);
+}

@@ -1,0 +1,62 @@
+// The figures of a replay, from the parsed logs, and the two text outputs
+// (summary.json and report.html). No drawing here: see replay_render.h.
+#ifndef FACEDET_REPLAY_REPORT_H
+#define FACEDET_REPLAY_REPORT_H
+
+#include <string>
+#include <vector>
+
+#include "replay_log.h"
+
+namespace replay {
+
+// A run as the tool drove it; filled in by main.
+struct RunInfo {
+    std::string source;
+    std::string pace = "realtime";
+    double seconds = 0;  // 0: the clip once
+    bool gammaAsked = false;
+    std::string gammaStatus;  // "ran", "gamma_peer not built", ...
+    bool complete = false;
+    std::string reason;   // why not complete, or "clip played to the end" etc.
+    int daemonExit = -1;  // exit status, 128+signal, -1 unknown
+    double wallSeconds = 0;
+    std::vector<std::string> notes;
+};
+
+struct Summary {
+    RunInfo run;
+    int delivered = 0, taken = 0, dropped = 0;
+    int takenInDaemonLog = 0, analysed = 0, framingFrames = 0;
+    double facesMean = 0;
+    int facesMax = 0;
+    std::vector<int> faceHistogram;  // [n] frames with n faces (last bucket: n or more)
+    int framesWithFaces = 0;
+    int moves = 0, resets = 0, stopFullViews = 0;
+    double durationSeconds = 0;  // first to last delivered frame
+    double movesPerMinute = 0;
+    double firstMoveSeconds = -1;  // from the first delivered frame; -1: none
+    Spread getFrame, autogamma, invoke, strategies, all;
+    int simPackets = 0, simBadPackets = 0, simStates = 0;
+    std::vector<GammaAnswer> gamma;
+    bool daemonLogCut = false;
+};
+
+// The PTS of each taken frame of the daemon log (matched by order with the
+// frame log's taken lines), -1 where the frame log has no such line.
+std::vector<int64_t> taken_frame_times(const DaemonLog &daemon, const std::vector<FrameLogEntry> &frames);
+
+Summary summarise(const RunInfo &run, const DaemonLog &daemon, const std::vector<FrameLogEntry> &frames,
+                  const SimLog &sim, const std::vector<GammaAnswer> &gamma);
+
+std::string summary_json(const Summary &s);
+// `haveVideo`/`haveTimeline`: whether the pictures were written.
+std::string report_html(const Summary &s, bool haveVideo, bool haveTimeline);
+
+// Text made safe for HTML and for JSON strings.
+std::string html_escape(const std::string &text);
+std::string json_escape(const std::string &text);
+
+}  // namespace replay
+
+#endif
