@@ -2,14 +2,15 @@
 # Installs the Debian packages that building and testing faceDet need.
 # Usage: scripts/install-deps.sh [main|test]
 #   main  what the daemon and its host platform need (default)
-#   test  that, plus the cross compiler and emulator of the camera build
+#   test  that, plus the cross compiler and emulator of the camera build and
+#         the browser that checks the replay report
 set -euo pipefail
 
 what=${1:-main}
 packages=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev googletest libbenchmark-dev
           libopencv-dev clang-format binutils)
 if [[ $what == test ]]; then
-  packages+=(g++-arm-linux-gnueabihf qemu-user)
+  packages+=(g++-arm-linux-gnueabihf qemu-user chromium)
 fi
 
 missing=()
