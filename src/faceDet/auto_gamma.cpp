@@ -8,7 +8,6 @@
 #include "faceDet/get_stream_thread.h"
 #include "share_memory/share_memory.h"
 
-static_assert(sizeof(GammaRecord) == kGammaRecordBytes, "the frame thread's records are gamma records");
 static_assert(sizeof(GammaRecord) == kTrackDataBytes, "a gamma record fills the segment's data area");
 static_assert(kGammaPixels == kLumaBytes, "the statistics divide by the analysis frame's pixels");
 

@@ -10,12 +10,13 @@
 
 #include "detector/face_det_api.h"
 #include "faceDet/rect.h"
+#include "faceDet/target_selection.h"
 
 // The detector's faces that auto framing looks at, best first. The per-face
 // tables (face_score, the person rectangles) have ten entries and are indexed
 // by the detector's result index, so the result is bounded here, before any
 // index is used; the faces dropped are the least confident.
-constexpr size_t kMaxDetections = 10;
+constexpr size_t kMaxDetections = kMaxFaces;
 
 // One box that passed the filter, in the analysis frame and in the output space.
 struct AcceptedBox {

@@ -19,7 +19,6 @@ constexpr int kLumaBytes = kFrameWidth * kFrameHeight;        // 97344
 constexpr int kChromaBytes = kFrameWidth * kFrameHeight / 2;  // 48672
 constexpr int kNv12Bytes = kLumaBytes + kChromaBytes;         // 146016
 constexpr int kBgrBytes = kFrameWidth * kFrameHeight * 3;     // 292032
-constexpr int kGammaRecordBytes = 1180;
 
 // Frames only counted after start, while exposure and the pipeline settle.
 constexpr int kWarmUpFrames = 9;

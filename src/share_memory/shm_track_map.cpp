@@ -29,6 +29,19 @@ bool attach_failed(void *address) {
     return address == nullptr || address == reinterpret_cast<void *>(-1);
 }
 
+// Attaches the segment s_map.shmId names; null (after "fail to shmat") when it cannot.
+TrackShareMap *attach_segment() {
+    void *address = shmat(s_map.shmId, nullptr, 0);
+    if (attach_failed(address)) {
+        printf("fail to shmat");
+        s_map.address = nullptr;
+        return nullptr;
+    }
+    s_map.address = address;
+    g_msg = static_cast<TrackShareMap *>(address);
+    return g_msg;
+}
+
 int timed_lock(TrackShareMap *map) {
     struct timespec now;
     clock_gettime(CLOCK_REALTIME, &now);
@@ -53,21 +66,16 @@ void *shm_track_map_open() {
         printf("fail to shmget\n");
         return nullptr;
     }
-    void *address = shmat(s_map.shmId, nullptr, 0);
-    if (attach_failed(address)) {
-        printf("fail to shmat");
-        s_map.address = nullptr;
+    TrackShareMap *map = attach_segment();
+    if (map == nullptr) {
         return nullptr;
     }
-    s_map.address = address;
-    TrackShareMap *map = static_cast<TrackShareMap *>(address);
     map->dataSize = kTrackDataBytes;
-    g_msg = map;
     map->written = 0;
     // Also over a segment of an earlier run: a lock left held by a process that
     // died would otherwise block every write.
     shm_lock_init(&map->mutex);
-    return address;
+    return map;
 }
 
 void *creat_track_share_map() {
@@ -79,15 +87,7 @@ void *creat_track_share_map() {
         printf("fail to shmget");
         return nullptr;
     }
-    void *address = shmat(s_map.shmId, nullptr, 0);
-    if (attach_failed(address)) {
-        printf("fail to shmat");
-        s_map.address = nullptr;
-        return nullptr;
-    }
-    s_map.address = address;
-    g_msg = static_cast<TrackShareMap *>(address);
-    return address;
+    return attach_segment();
 }
 
 int shm_track_map_write(const void *record) {
