@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Every test: installs what is missing, then builds and runs the release,
-# AddressSanitizer and ThreadSanitizer suites, and the ARM unit tests under qemu.
+# AddressSanitizer and ThreadSanitizer suites, the ARM unit tests under qemu, and
+# the ARM package started under qemu by its start-up script.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -13,4 +14,6 @@ for preset in release asan tsan arm; do
   cmake --build --preset "$preset" -j "$jobs"
   ctest --preset "$preset" -j "$jobs"
 done
+echo "=== arm package under qemu ==="
+ctest --test-dir build/arm -L install --output-on-failure
 echo "=== all suites passed ==="
