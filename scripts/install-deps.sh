@@ -3,15 +3,16 @@
 # Usage: scripts/install-deps.sh [main|test]
 #   main  what the daemon and its host platform need (default)
 #   test  that, plus the cross compiler and emulator of the camera build and
-#         the browser that checks the replay report, and systemd-analyze for
-#         the unit file (the package only; it does not become the init)
+#         the browser that checks the replay report, and what checks the
+#         camera's start-up files: systemd-analyze (the package only, it does
+#         not become the init) and BusyBox's shell and tools
 set -euo pipefail
 
 what=${1:-main}
 packages=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev googletest libbenchmark-dev
           libopencv-dev clang-format binutils)
 if [[ $what == test ]]; then
-  packages+=(g++-arm-linux-gnueabihf qemu-user chromium systemd)
+  packages+=(g++-arm-linux-gnueabihf qemu-user chromium systemd busybox)
 fi
 
 missing=()
