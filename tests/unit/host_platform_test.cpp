@@ -2,7 +2,6 @@
 // queues, descriptors, frame content, faults, the frame log and its life cycle.
 #include <fcntl.h>
 #include <poll.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,11 +20,6 @@
 #include "mi_vpe.h"
 #include "output_capture.h"
 #include "temp_dir.h"
-
-#if FACEDET_HOST_HAS_OPENCV
-#include <opencv2/core.hpp>
-#include <opencv2/videoio.hpp>
-#endif
 
 namespace {
 
@@ -166,32 +160,7 @@ TEST(HostConfig, FaultEntriesAreParsedOrRefusedByName) {
     }
 }
 
-TEST(HostConfig, EnvironmentProblemsLeaveChannelZeroMissingWithOneLine) {
-    struct Case {
-        const char *source, *pace, *faults, *expected;
-    } cases[] = {
-        {"", "", "", "host platform: FACEDET_SOURCE is not set: VPE channel 0 has no frame source\n"},
-        {"/nonexistent/clip.nv12", "", "",
-         "cannot open FACEDET_SOURCE '/nonexistent/clip.nv12': No such file"},
-        {"/nonexistent/clip.nv12", "warp", "", "'warp'"},
-        {"/nonexistent/clip.nv12", "", "stall=1,frobnicate", "'frobnicate'"},
-    };
-    for (const Case &c : cases) {
-        setenv("FACEDET_SOURCE", c.source, 1);
-        setenv("FACEDET_PACE", c.pace, 1);
-        setenv("FACEDET_FAULTS", c.faults, 1);
-        OutputCapture capture(2);
-        EXPECT_EQ(MI_SYS_Init(), MI_SUCCESS);
-        const std::string text = capture.finish();
-        MI_VPE_PortMode_t mode{};
-        EXPECT_EQ(MI_VPE_GetPortMode(0, 1, &mode), MI_VPE_ERR(E_MI_ERR_UNEXIST)) << c.expected;
-        EXPECT_EQ(MI_SYS_Exit(), MI_SUCCESS);
-        EXPECT_NE(text.find(c.expected), std::string::npos) << text;
-        EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1) << text;
-    }
-    for (const char *name : {"FACEDET_SOURCE", "FACEDET_PACE", "FACEDET_FAULTS"}) {
-        unsetenv(name);
-    }
+TEST(HostConfig, BeforeInitOnlyTheClockAnswers) {
     // Before MI_SYS_Init only the clock answers: the monotonic clock in microseconds.
     EXPECT_EQ(MI_VPE_EnablePort(0, 1), MI_VPE_ERR(E_MI_ERR_NOT_INIT));
     MI_U64 pts = 0;
@@ -302,113 +271,7 @@ TEST(HostFrames, ScalesARawFrameForASecondPortOfAnotherSize) {
     EXPECT_EQ(dst, (std::vector<uint8_t>{0, 2, 4, 6, 16, 18, 20, 22, 32, 33, 36, 37}));
 }
 
-namespace {
-std::atomic<int> g_sigterms{0};
-}  // namespace
-
-TEST_F(Host, ExitAtEndRaisesSigtermOnceAfterTheLastFrameIsBack) {
-    struct sigaction act {
-    }, old{};
-    act.sa_handler = [](int) { g_sigterms.fetch_add(1); };
-    sigemptyset(&act.sa_mask);
-    ASSERT_EQ(sigaction(SIGTERM, &act, &old), 0);
-    write_clip(clip_, 3);
-    host::Config cfg;
-    cfg.source = clip_;
-    cfg.exitAtEnd = true;  // realtime: the clip ends while its frames still wait in the queue
-    host::use_config_for_next_init(cfg);
-    ASSERT_EQ(MI_SYS_Init(), MI_SUCCESS);
-    running_ = true;
-    ASSERT_EQ(open_port(1, 3), MI_SUCCESS);
-    ASSERT_TRUE(wait_for([] { return host::pipeline_stats().sourceEnded; }));
-    MI_SYS_BUF_HANDLE last = 0;
-    for (int k = 0; k < 3; ++k) {
-        MI_SYS_BufInfo_t info;
-        ASSERT_EQ(get_buf(&info, &last), MI_SUCCESS);
-        EXPECT_EQ(frame_index(info), k);
-        if (k < 2) {
-            ASSERT_EQ(MI_SYS_ChnOutputPortPutBuf(last), MI_SUCCESS);
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        EXPECT_EQ(g_sigterms.load(), 0) << "raised with frames queued or held";
-    }
-    ASSERT_EQ(MI_SYS_ChnOutputPortPutBuf(last), MI_SUCCESS);
-    EXPECT_TRUE(wait_for([] { return g_sigterms.load() > 0; }));
-    std::this_thread::sleep_for(std::chrono::milliseconds(200));
-    EXPECT_EQ(g_sigterms.load(), 1);
-    sigaction(SIGTERM, &old, nullptr);
-}
-
-TEST_F(Host, InjectedFaultsLeaveThePipelineRunning) {
-    start(4, host::Pace::Lockstep, "getbuf_fail=2,putbuf_fail_every=1,portmode_fail=0xA0074003");
-    MI_VPE_PortMode_t mode{};
-    EXPECT_EQ(static_cast<uint32_t>(MI_VPE_GetPortMode(0, 1, &mode)), 0xA0074003u);
-    EXPECT_EQ(MI_VPE_GetPortMode(0, 1, &mode), MI_SUCCESS);  // only the first call
-    ASSERT_EQ(open_port(1, 2), MI_SUCCESS);
-    int fd = -1;
-    ASSERT_EQ(MI_SYS_GetFd(&port1, &fd), MI_SUCCESS);
-    MI_SYS_BufInfo_t info;
-    MI_SYS_BUF_HANDLE h = 0;
-    ASSERT_TRUE(take(fd, &info, &h));
-    EXPECT_EQ(frame_index(info), 0);
-    EXPECT_NE(MI_SYS_ChnOutputPortPutBuf(h), MI_SUCCESS);  // reported, yet given back: lockstep moves on
-    ASSERT_TRUE(readable(fd, 5000));
-    EXPECT_NE(get_buf(&info, &h), MI_SUCCESS);  // the second call fails...
-    EXPECT_TRUE(readable(fd, 0));               // ...and leaves the frame queued
-    ASSERT_EQ(get_buf(&info, &h), MI_SUCCESS);
-    EXPECT_EQ(frame_index(info), 1);
-    stop();
-
-    start(3, host::Pace::Lockstep, "stall=1.5@1,getfd_fail");
-    ASSERT_EQ(open_port(1, 2), MI_SUCCESS);
-    EXPECT_NE(MI_SYS_GetFd(&port1, &fd), MI_SUCCESS);
-    ASSERT_TRUE(wait_for([&] { return get_buf(&info, &h) == MI_SUCCESS; }));
-    ASSERT_EQ(MI_SYS_ChnOutputPortPutBuf(h), MI_SUCCESS);
-    std::this_thread::sleep_for(std::chrono::milliseconds(500));
-    EXPECT_EQ(get_buf(&info, &h), MI_SYS_ERR(E_MI_ERR_BUF_EMPTY)) << "frame 1 came during the stall";
-    ASSERT_TRUE(wait_for([&] { return get_buf(&info, &h) == MI_SUCCESS; }));
-    EXPECT_EQ(frame_index(info), 1);
-    // MI_SYS_Exit stops a stalled producer promptly (the test's timeout would catch a hang).
-}
-
-#if FACEDET_HOST_HAS_OPENCV
-// Frames from OpenCV are scaled to the port and converted to NV12: a uniform
-// grey gives a uniform luma near it and neutral chroma.
-TEST_F(Host, VideoFramesAreScaledAndConvertedToNv12) {
-    const std::string video = dir_.file("clip.avi");
-    const int greys[] = {40, 200};
-    {
-        cv::VideoWriter writer(video, cv::VideoWriter::fourcc('M', 'J', 'P', 'G'), 25, cv::Size(640, 360));
-        ASSERT_TRUE(writer.isOpened());
-        for (int g : greys) {
-            writer.write(cv::Mat(360, 640, CV_8UC3, cv::Scalar(g, g, g)));
-        }
-    }
-    host::Config cfg;
-    cfg.source = video;
-    cfg.pace = host::Pace::Lockstep;
-    host::use_config_for_next_init(cfg);
-    ASSERT_EQ(MI_SYS_Init(), MI_SUCCESS);
-    running_ = true;
-    ASSERT_EQ(open_port(1, 2), MI_SUCCESS);
-    int fd = -1;
-    ASSERT_EQ(MI_SYS_GetFd(&port1, &fd), MI_SUCCESS);
-    for (int g : greys) {
-        MI_SYS_BufInfo_t info;
-        MI_SYS_BUF_HANDLE h = 0;
-        ASSERT_TRUE(take(fd, &info, &h));
-        const cv::Mat y(kH, kW, CV_8UC1, info.stFrameData.pVirAddr[0]);
-        const cv::Mat uv(kH / 2, kW, CV_8UC1, info.stFrameData.pVirAddr[1]);
-        EXPECT_NEAR(cv::mean(y)[0], g, 25.0) << g;
-        EXPECT_NEAR(cv::mean(uv)[0], 128.0, 8.0) << g;
-        double lo = 0, hi = 0;
-        cv::minMaxLoc(y, &lo, &hi);
-        EXPECT_LT(hi - lo, 12.0) << "a uniform picture stays uniform";
-        ASSERT_EQ(MI_SYS_ChnOutputPortPutBuf(h), MI_SUCCESS);
-    }
-    EXPECT_FALSE(readable(fd, 300));
-}
-#else
+#if !FACEDET_HOST_HAS_OPENCV
 TEST(HostNoOpenCv, OnlyRawSourcesAreOffered) {
     std::string error;
     EXPECT_EQ(host::open_frame_source("/dev/null", &error), nullptr);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "replay_log.h"
 #include "replay_report.h"
@@ -62,13 +63,17 @@ std::string faceless_frame(int n) {
 
 }  // namespace
 
-TEST(ReplayDaemonLog, ReadsWarmUpAnalysedAndMovingFrames) {
+TEST(ReplayDaemonLog, ReadsWarmUpAnalysedAndMovingFramesBetweenOtherThreadsLines) {
     std::string out = "faceDet starting!\n";
     for (int n = 1; n <= 9; ++n) {
         out += frame_header(n);
     }
-    out += moving_frame(10) + faceless_frame(11);
-    const DaemonLog log = parse_daemon_log(out);
+    // The socket thread and the camera thread print while a frame is analysed.
+    std::string moving = moving_frame(10);
+    moving.insert(moving.find("\033[1;34m[2024-05-02 10:11:12:345] [INFO] [move_decision.cpp: 282]"),
+                  "MsgBuf[0]= 1, MsgBuf[1]= 1 \nret == 0\n\033[1;32m[2024-05-02 10:11:12:346] [DEBUG] "
+                  "[visca.cpp:88] reply 90 41 ff\n\033[0m");
+    const DaemonLog log = parse_daemon_log(out + moving + faceless_frame(11));
     ASSERT_EQ(log.frames.size(), 11u);
     EXPECT_FALSE(log.cutAtEnd);
     for (int i = 0; i < 9; ++i) {
@@ -77,47 +82,15 @@ TEST(ReplayDaemonLog, ReadsWarmUpAnalysedAndMovingFrames) {
         EXPECT_EQ(log.frames[i].mode, Mode::Run);
     }
     const TakenFrame &m = log.frames[9];
-    EXPECT_TRUE(m.analysed);
-    EXPECT_TRUE(m.framingRan);
-    EXPECT_EQ(m.faceNum, 1);
+    EXPECT_TRUE(m.analysed && m.framingRan && m.hasPerson && m.moved);
     ASSERT_EQ(m.faces.size(), 1u);
-    EXPECT_EQ(m.faces[0].x, 180);
-    EXPECT_EQ(m.faces[0].h, 60);
-    ASSERT_TRUE(m.hasPerson);
-    EXPECT_EQ(m.person.x, 727);
-    EXPECT_EQ(m.person.h, 830);
-    ASSERT_TRUE(m.moved);
-    EXPECT_EQ(m.pan, -122);
-    EXPECT_EQ(m.tilt, 0);
-    EXPECT_EQ(m.zoom, 1475);
-    EXPECT_EQ(m.invokeMs, 9);
-    EXPECT_EQ(m.allMs, 11);
-    EXPECT_EQ(m.autogammaMs, 1);
-
+    EXPECT_EQ((std::vector<int>{m.faceNum, m.faces[0].x, m.faces[0].h, m.person.x, m.person.h, m.pan, m.tilt,
+                                m.zoom, m.invokeMs, m.allMs, m.autogammaMs}),
+              (std::vector<int>{1, 180, 60, 727, 830, -122, 0, 1475, 9, 11, 1}));
     const TakenFrame &f = log.frames[10];
     EXPECT_TRUE(f.framingRan);
     EXPECT_EQ(f.faceNum, 0);
-    EXPECT_TRUE(f.faces.empty());
-    EXPECT_FALSE(f.moved);
-    EXPECT_FALSE(f.hasPerson);
-}
-
-TEST(ReplayDaemonLog, OtherThreadsLinesBetweenFrameLinesChangeNothing) {
-    // The socket thread and the camera thread print while a frame is analysed.
-    std::string frame = moving_frame(10);
-    const std::string anchor = "\033[1;34m[2024-05-02 10:11:12:345] [INFO] [move_decision.cpp: 282]";
-    const size_t at = frame.find(anchor);
-    ASSERT_NE(at, std::string::npos);
-    frame.insert(at,
-                 "MsgBuf[0]= 1, MsgBuf[1]= 1 \nret == 0\n\033[1;32m[2024-05-02 10:11:12:346] [DEBUG] "
-                 "[visca.cpp:88] reply 90 41 ff\n\033[0m");
-    const DaemonLog log = parse_daemon_log(frame + faceless_frame(11));
-    ASSERT_EQ(log.frames.size(), 2u);
-    EXPECT_TRUE(log.frames[0].moved);
-    EXPECT_EQ(log.frames[0].pan, -122);
-    EXPECT_EQ(log.frames[0].zoom, 1475);
-    EXPECT_EQ(log.frames[0].faces.size(), 1u);
-    EXPECT_FALSE(log.frames[1].moved);
+    EXPECT_FALSE(f.moved || f.hasPerson || !f.faces.empty());
 }
 
 TEST(ReplayDaemonLog, CutLastLineIsLeftOutAndReported) {
