@@ -73,18 +73,12 @@ TEST(MoveDecision, FirstFramingMovesAtOnceAndFillsTheObjectRecord) {
     EXPECT_EQ(o.request, MoveRequest::MoveToObject);
     EXPECT_EQ(s.objRect, (Rect_t{800, 340, 300, 285}));
     EXPECT_EQ(s.outRect, (Rect_t{950, 482, 506, 285}));
-    EXPECT_EQ(s.tempObjectData[kObjectPanPoint], -10);
-    EXPECT_EQ(s.tempObjectData[kObjectTiltPoint], 58);
-    EXPECT_EQ(s.tempObjectData[kObjectZoomPoint], 506);
-    EXPECT_EQ(s.tempObjectData[5], 99) << "only fields 1, 2, 3 are filled on a move";
-    EXPECT_EQ(s.prev_x, 950);
-    EXPECT_EQ(s.prev_y, 482);
-    EXPECT_EQ(s.prev_width, 506);
-    EXPECT_EQ(s.countNum_t_b, 0);
-    EXPECT_EQ(s.countNum_p_l2, 0);
-    EXPECT_EQ(s.changeFlag, 1);
-    EXPECT_EQ(s.change_z, 1);
-    EXPECT_EQ(s.noObjNumCount, 0);
+    // Only fields 1, 2, 3 are filled on a move; the counters start again.
+    EXPECT_EQ((std::vector<int32_t>{s.tempObjectData[kObjectPanPoint], s.tempObjectData[kObjectTiltPoint],
+                                    s.tempObjectData[kObjectZoomPoint], s.tempObjectData[5], s.prev_x,
+                                    s.prev_y, s.prev_width, s.countNum_t_b, s.countNum_p_l2, s.changeFlag,
+                                    s.change_z, s.noObjNumCount}),
+              (std::vector<int32_t>{-10, 58, 506, 99, 950, 482, 506, 0, 0, 1, 1, 0}));
     EXPECT_FALSE(sel.targetLost);
     EXPECT_EQ(o.messages, (std::vector<std::string>{
                               "******** change_z = 1, abs > 0.4 ***********",
@@ -335,14 +329,10 @@ TEST(MoveDecision, TenFacelessFramesDoNothingAndTheEleventhSendsTheFullView) {
     EXPECT_FALSE(sel.targetLost);
 
     EXPECT_EQ(move_decision_step(s, sel), MoveRequest::MoveToObject);
-    EXPECT_EQ(s.tempObjectData[kObjectPanPoint], 0);
-    EXPECT_EQ(s.tempObjectData[kObjectTiltPoint], 0);
-    EXPECT_EQ(s.tempObjectData[kObjectZoomPoint], 1920);
-    EXPECT_EQ(s.tempObjectData[kObjectField5], 0);
-    EXPECT_EQ(s.prev_x, 0);
-    EXPECT_EQ(s.prev_y, 0);
-    EXPECT_EQ(s.prev_width, 0);
-    EXPECT_EQ(s.noObjNumCount, 0);
+    EXPECT_EQ((std::vector<int32_t>{s.tempObjectData[kObjectPanPoint], s.tempObjectData[kObjectTiltPoint],
+                                    s.tempObjectData[kObjectZoomPoint], s.tempObjectData[kObjectField5],
+                                    s.prev_x, s.prev_y, s.prev_width, s.noObjNumCount}),
+              (std::vector<int32_t>{0, 0, 1920, 0, 0, 0, 0, 0}));
     EXPECT_TRUE(sel.targetLost);
 
     // The next face moves at once, as at start.
