@@ -1,6 +1,6 @@
-// facedet_replay's log reading on recorded excerpts: the daemon's colour
+// facedet_replay's log reading on recorded excerpts (the daemon's colour
 // console with other threads' lines in between, logs cut by a killed process,
-// the frame log, camera_sim's JSON lines and gamma_peer's answers.
+// the frame log) and the figures, JSON and page made from them.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -127,58 +127,6 @@ TEST(ReplayDaemonLog, StoppedFramesAndPlatformErrors) {
     EXPECT_FALSE(log.frames[0].framingRan);
     EXPECT_TRUE(log.cannotOpenSource);
     EXPECT_FALSE(parse_daemon_log(out, "").cannotOpenSource);
-}
-
-TEST(ReplayDaemonLog, EleventhFacelessFrameInARowIsAFullViewReset) {
-    std::string out = moving_frame(10);
-    for (int n = 11; n <= 32; ++n) {
-        out += faceless_frame(n);
-    }
-    out += moving_frame(33);
-    for (int n = 34; n <= 40; ++n) {
-        out += faceless_frame(n);
-    }
-    const DaemonLog log = parse_daemon_log(out);
-    ASSERT_EQ(log.frames.size(), 31u);
-    int resets = 0;
-    for (size_t i = 0; i < log.frames.size(); ++i) {
-        if (log.frames[i].fullViewReset) {
-            ++resets;
-            // frames 21 and 32: the eleventh face-less frame, and the eleventh after that
-            EXPECT_TRUE(log.frames[i].frameNumber == 21 || log.frames[i].frameNumber == 32)
-                << log.frames[i].frameNumber;
-        }
-    }
-    EXPECT_EQ(resets, 2) << "a face in between starts the count again";
-}
-
-TEST(ReplaySimLog, StatesPacketsAndStateAtATime) {
-    const std::string text =
-        "{\"t_us\":100,\"event\":\"start\",\"socket\":\"/tmp/x/featureCamera_addr.socket\"}\n"
-        "{\"t_us\":200,\"event\":\"rx\",\"len\":9,\"bytes\":\"81 01 04 47 00 07 08 00 ff\",\"command\":0,"
-        "\"name\":\"zoom_absolute\"}\n"
-        "{\"t_us\":210,\"event\":\"rx\",\"len\":2,\"bytes\":\"81 01\",\"error\":\"no terminator\"}\n"
-        "{\"t_us\":300,\"event\":\"state\",\"pan\":-10.0,\"tilt\":5.5,\"width\":1900.0,\"height\":1068.8,"
-        "\"target_pan\":-122.0,\"target_tilt\":0.0,\"target_width\":1475.0,\"moving\":true}\n"
-        "{\"t_us\":500,\"event\":\"state\",\"pan\":-122.0,\"tilt\":0.0,\"width\":1475.0,\"height\":829.7,"
-        "\"target_pan\":-122.0,\"target_tilt\":0.0,\"target_width\":1475.0,\"moving\":false}\n"
-        "{\"t_us\":600,\"event\":\"state\",\"pan\":-1";
-    const SimLog log = parse_sim_log(text);
-    EXPECT_TRUE(log.started);
-    EXPECT_TRUE(log.stopReason.empty());
-    ASSERT_EQ(log.rx.size(), 2u);
-    EXPECT_EQ(log.rx[0].name, "zoom_absolute");
-    EXPECT_TRUE(log.rx[1].error);
-    ASSERT_EQ(log.states.size(), 2u) << "the cut state line is left out";
-    EXPECT_TRUE(log.states[0].moving);
-    EXPECT_DOUBLE_EQ(log.states[0].targetWidth, 1475.0);
-
-    EXPECT_DOUBLE_EQ(sim_state_at(log.states, 50).width, 1920.0) << "before the first sample: the full view";
-    EXPECT_DOUBLE_EQ(sim_state_at(log.states, 300).pan, -10.0);
-    EXPECT_DOUBLE_EQ(sim_state_at(log.states, 499).pan, -10.0);
-    EXPECT_DOUBLE_EQ(sim_state_at(log.states, 10000).width, 1475.0);
-
-    EXPECT_EQ(parse_sim_log("{\"t_us\":9,\"event\":\"stop\",\"reason\":\"signal\"}\n").stopReason, "signal");
 }
 
 TEST(ReplaySummary, FiguresJsonAndPage) {
