@@ -12,7 +12,11 @@ for preset in release asan tsan arm; do
   echo "=== $preset ==="
   cmake --preset "$preset" >/dev/null
   cmake --build --preset "$preset" -j "$jobs"
-  ctest --preset "$preset" -j "$jobs"
+  # The exhaustive conversion check is plain arithmetic, run in release and on
+  # ARM; under the sanitizers the random frames cover its memory use.
+  skip=()
+  [[ $preset == [at]san ]] && skip=(-E 'ForEveryCombination')
+  ctest --preset "$preset" -j "$jobs" "${skip[@]}"
 done
 echo "=== arm package under qemu ==="
 ctest --test-dir build/arm -L install --output-on-failure

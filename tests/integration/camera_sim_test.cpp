@@ -9,7 +9,6 @@
 #include <cmath>
 #include <cstring>
 #include <memory>
-#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -141,7 +140,90 @@ TEST(CameraSim, MovesAtTheCommandedSpeedsAndAnswersWithItsPosition) {
     EXPECT_GE(samples, 5);  // about every 20 ms while moving
 }
 
-TEST(CameraSim, RandomPacketsGetSyntaxErrorsAndNeverStopIt) {
+// The "bytes" of every packet camera_sim logged, in order.
+std::vector<std::string> received(const std::string &log) {
+    std::vector<std::string> packets;
+    for (const std::string &line : lines_with(read_file(log), "\"event\":\"rx\"")) {
+        const size_t at = line.find("\"bytes\":\"") + 9;
+        packets.push_back(line.substr(at, line.find('"', at) - at));
+    }
+    return packets;
+}
+
+std::string hex(int id, std::vector<int32_t> args) {
+    args.resize(4, 0);
+    uint8_t out[kViscaMaxPacket];
+    const int length = visca_encode(id, args.data(), out);
+    std::string text;
+    for (int i = 0; i < length; ++i) {
+        char byte[4];
+        snprintf(byte, sizeof byte, i ? " %02x" : "%02x", out[i]);
+        text += byte;
+    }
+    return text;
+}
+
+TEST(CameraSim, EveryCommandAndMoveReachesTheCameraByteForByte) {
+    const std::string log = ipc_runtime_dir() + "/commands.jsonl";
+    auto sim = start_camera_sim(log);
+    restart_feature_endpoint();
+    const int32_t args[4] = {0x25, 3, -200, 540};
+    std::vector<std::string> expected;
+    OutputCapture out;
+    for (int id = 0; id <= kViscaLastCommand; ++id) {
+        EXPECT_EQ(send_command(0, id, args), 0);
+        expected.push_back(hex(id, {0x25, 3, -200, 540}));
+    }
+    EXPECT_EQ(send_command(1, 2, args), 0);  // no channel 1: nothing
+    // Moves send the zoom, then the pan and tilt.
+    g_objectData = {};
+    g_objectData.field[kObjectPan] = -200;
+    g_objectData.field[kObjectTilt] = 120;
+    g_objectData.field[kObjectZoom] = 960;
+    visca_move_to_object();
+    visca_move_to_object_at_speed(7, 3);
+    visca_move_home();
+    visca_pan_tilt_drive(5, 6, 1, 3);
+    visca_zoom_drive(4, 2);
+    visca_zoom_to(1920);
+    for (const auto &[id, a] : std::vector<std::pair<int, std::vector<int32_t>>>{{0, {960}},
+                                                                                 {1, {15, 10, -200, 120}},
+                                                                                 {0, {960}},
+                                                                                 {1, {7, 3, -200, 120}},
+                                                                                 {0, {0}},
+                                                                                 {1, {15, 10}},
+                                                                                 {4, {5, 6, 1, 3}},
+                                                                                 {18, {4, 2}},
+                                                                                 {0, {1920}}}) {
+        expected.push_back(hex(id, a));
+    }
+    ASSERT_TRUE(eventually([&] { return received(log).size() >= expected.size(); }));
+    const std::string text = out.finish();
+    EXPECT_NE(text.find("\n\n\n ******** hSpeed=7, vSpeed=3, ********\n\n\n"), std::string::npos);
+    EXPECT_NE(text.find("ret == 9\nfeatureCamera_addr.sun_family == 1\n"), std::string::npos) << text;
+    sim->signal(SIGTERM);
+    EXPECT_EQ(sim->wait_exit(20s), 0);
+    EXPECT_EQ(received(log), expected);
+}
+
+TEST(CameraSim, WithoutACameraSendsFailAndInquiriesGiveUpAfterHalfASecond) {
+    unlink((ipc_runtime_dir() + "/featureCamera_addr.socket").c_str());
+    restart_feature_endpoint();
+    g_receiveData[0] = 77;
+    OutputCapture out;
+    OutputCapture err(2);
+    EXPECT_EQ(visca_move_to_object(), 0);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(visca_inquire_zoom(), 1);
+    const auto waited = std::chrono::steady_clock::now() - start;
+    EXPECT_NE(err.finish().find("sendto: No such file or directory"), std::string::npos);
+    EXPECT_EQ(count_of(out.finish(), "ret == -1\nfeatureCamera_addr.sun_family == 1\n"), 3u);
+    EXPECT_GE(waited, 450ms);
+    EXPECT_LT(waited, 10s);
+    EXPECT_EQ(g_zoomPosition.load(), 77);  // whatever the slot held
+}
+
+TEST(CameraSim, MalformedPacketsGetSyntaxErrorsAndNeverStopIt) {
     const std::string log = ipc_runtime_dir() + "/fuzz.jsonl";
     auto sim = start_camera_sim(log);
     const std::string simPath = ipc_runtime_dir() + "/featureCamera_addr.socket";
@@ -171,18 +253,6 @@ TEST(CameraSim, RandomPacketsGetSyntaxErrorsAndNeverStopIt) {
                              Bytes{0x81, 0x09, 0x04, 0x47}}) {
         EXPECT_EQ(exchange(bad), syntaxError) << bad.size();
     }
-    std::mt19937 random(1234);
-    int errors = 0;
-    for (int i = 0; i < 400; ++i) {
-        Bytes packet(random() % 24);
-        for (auto &b : packet) {
-            b = static_cast<uint8_t>(random());
-        }
-        if (exchange(packet) == syntaxError) {
-            ++errors;
-        }
-    }
-    EXPECT_GT(errors, 350);
     // Still a camera: an inquiry gets its 11-byte answer.
     EXPECT_EQ(exchange({0x81, 0x09, 0x06, 0x12, 0xFF}).size(), 11u);
     close(fd);
@@ -191,8 +261,7 @@ TEST(CameraSim, RandomPacketsGetSyntaxErrorsAndNeverStopIt) {
     EXPECT_EQ(sim->wait_exit(20s), 0);
     EXPECT_FALSE(file_exists(simPath));
     const std::string text = read_file(log);
-    EXPECT_GE(lines_with(text, "\"error\":\"").size(), 355u);
-    EXPECT_EQ(lines_with(text, "\"error\":\"too short\"").size() >= 2, true);
+    EXPECT_GE(lines_with(text, "\"error\":\"too short\"").size(), 2u);
 }
 
 TEST(CameraSim, ReplacesALeftoverPathAndKeepsItsTimeLimit) {
@@ -205,21 +274,6 @@ TEST(CameraSim, ReplacesALeftoverPathAndKeepsItsTimeLimit) {
     auto bad = run(CAMERA_SIM_BIN, {"--seconds", "soon"});
     EXPECT_EQ(bad->wait_exit(20s), 2);
     EXPECT_NE(bad->err().find("--seconds"), std::string::npos);
-    auto help = run(CAMERA_SIM_BIN, {"--help"});
-    EXPECT_EQ(help->wait_exit(20s), 0);
-    EXPECT_NE(help->out().find("usage: camera_sim"), std::string::npos);
-}
-
-TEST(CameraSim, DaemonWithoutCameraGoesOn) {
-    // No camera process: the send fails with its lines and the inquiry times out.
-    unlink((ipc_runtime_dir() + "/featureCamera_addr.socket").c_str());
-    restart_feature_endpoint();
-    OutputCapture out;
-    OutputCapture err(2);
-    EXPECT_EQ(visca_move_to_object(), 0);
-    EXPECT_EQ(visca_inquire_zoom(), 1);
-    EXPECT_NE(err.finish().find("sendto: No such file or directory"), std::string::npos);
-    EXPECT_EQ(count_of(out.finish(), "ret == -1\n"), 3u);
 }
 
 TEST(FacedetCtl, SwitchesTheDaemonsCommandByte) {

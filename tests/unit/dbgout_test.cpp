@@ -56,15 +56,7 @@ TEST(ConsoleLog, EachLevelHasItsColourNameAndSeparator) {
                             "\\] \\[faceDet" + c.separator + "42\\] hello 7\n\\x1b\\[0m");
         EXPECT_TRUE(std::regex_match(out, expected)) << "level " << c.level << ": " << out;
     }
-}
-
-TEST(ConsoleLog, LevelsOutsideZeroToThreeAreSilent) {
-    EXPECT_EQ(console_line(4, "src/faceDet", 1, "x"), "");
-    EXPECT_EQ(console_line(-1, "src/faceDet", 1, "x"), "");
-}
-
-TEST(ConsoleLog, FileIsReducedToItsLastComponent) {
-    EXPECT_NE(console_line(LOG_ERROR, "a/b/c.cpp", 3, "m").find("[c.cpp:3]"), std::string::npos);
+    EXPECT_EQ(console_line(4, "src/faceDet", 1, "x") + console_line(-1, "src/faceDet", 1, "x"), "");
     EXPECT_NE(console_line(LOG_ERROR, "plain", 3, "m").find("[plain:3]"), std::string::npos);
 }
 
@@ -83,24 +75,15 @@ TEST(TraceTimeString, IsDateTimeCutToItsTwentyThreeByteBuffer) {
     EXPECT_TRUE(std::regex_match(stamp, std::regex(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d\d)"))) << stamp;
 }
 
-TEST(TraceFile, WritesToConsoleAndCreatesTheFile) {
-    TempDir dir;
-    TraceFile trace{dir.file("trace.log")};
-    OutputCapture capture;
-    trace_write(trace, "[%s %s +%-4d %s] hello %d\n", "T", "src/net_communication", 301, "fn", 5);
-    trace_write(trace, "second\n");
-    EXPECT_EQ(capture.finish(), "[T src/net_communication +301  fn] hello 5\nsecond\n");
-    EXPECT_EQ(read_file(trace.path), "[T src/net_communication +301  fn] hello 5\nsecond\n");
-}
-
-TEST(TraceFile, AppendsToAFileBelowTheLimit) {
+TEST(TraceFile, WritesToConsoleAndAppendsToTheFile) {
     TempDir dir;
     TraceFile trace{dir.file("trace.log")};
     write_file(trace.path, "old\n");
     OutputCapture capture;
-    trace_write(trace, "new\n");
-    capture.finish();
-    EXPECT_EQ(read_file(trace.path), "old\nnew\n");
+    trace_write(trace, "[%s %s +%-4d %s] hello %d\n", "T", "src/net_communication", 301, "fn", 5);
+    trace_write(trace, "second\n");
+    EXPECT_EQ(capture.finish(), "[T src/net_communication +301  fn] hello 5\nsecond\n");
+    EXPECT_EQ(read_file(trace.path), "old\n[T src/net_communication +301  fn] hello 5\nsecond\n");
 }
 
 TEST(TraceFile, OverTheLimitAtStartIsOverwrittenFromTheBeginning) {

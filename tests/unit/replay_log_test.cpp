@@ -1,9 +1,10 @@
-// facedet_replay's log reading on recorded excerpts: the daemon's colour
+// facedet_replay's log reading on recorded excerpts (the daemon's colour
 // console with other threads' lines in between, logs cut by a killed process,
-// the frame log, camera_sim's JSON lines and gamma_peer's answers.
+// the frame log) and the figures, JSON and page made from them.
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "replay_log.h"
 #include "replay_report.h"
@@ -62,19 +63,17 @@ std::string faceless_frame(int n) {
 
 }  // namespace
 
-TEST(ReplayDaemonLog, StripsColourCodesAndKeepsText) {
-    EXPECT_EQ(strip_ansi("\033[1;34mabc\n\033[0mdef"), "abc\ndef");
-    EXPECT_EQ(strip_ansi("no codes"), "no codes");
-    EXPECT_EQ(strip_ansi("cut \033[1;3"), "cut ");
-}
-
-TEST(ReplayDaemonLog, ReadsWarmUpAnalysedAndMovingFrames) {
+TEST(ReplayDaemonLog, ReadsWarmUpAnalysedAndMovingFramesBetweenOtherThreadsLines) {
     std::string out = "faceDet starting!\n";
     for (int n = 1; n <= 9; ++n) {
         out += frame_header(n);
     }
-    out += moving_frame(10) + faceless_frame(11);
-    const DaemonLog log = parse_daemon_log(out);
+    // The socket thread and the camera thread print while a frame is analysed.
+    std::string moving = moving_frame(10);
+    moving.insert(moving.find("\033[1;34m[2024-05-02 10:11:12:345] [INFO] [move_decision.cpp: 282]"),
+                  "MsgBuf[0]= 1, MsgBuf[1]= 1 \nret == 0\n\033[1;32m[2024-05-02 10:11:12:346] [DEBUG] "
+                  "[visca.cpp:88] reply 90 41 ff\n\033[0m");
+    const DaemonLog log = parse_daemon_log(out + moving + faceless_frame(11));
     ASSERT_EQ(log.frames.size(), 11u);
     EXPECT_FALSE(log.cutAtEnd);
     for (int i = 0; i < 9; ++i) {
@@ -83,47 +82,15 @@ TEST(ReplayDaemonLog, ReadsWarmUpAnalysedAndMovingFrames) {
         EXPECT_EQ(log.frames[i].mode, Mode::Run);
     }
     const TakenFrame &m = log.frames[9];
-    EXPECT_TRUE(m.analysed);
-    EXPECT_TRUE(m.framingRan);
-    EXPECT_EQ(m.faceNum, 1);
+    EXPECT_TRUE(m.analysed && m.framingRan && m.hasPerson && m.moved);
     ASSERT_EQ(m.faces.size(), 1u);
-    EXPECT_EQ(m.faces[0].x, 180);
-    EXPECT_EQ(m.faces[0].h, 60);
-    ASSERT_TRUE(m.hasPerson);
-    EXPECT_EQ(m.person.x, 727);
-    EXPECT_EQ(m.person.h, 830);
-    ASSERT_TRUE(m.moved);
-    EXPECT_EQ(m.pan, -122);
-    EXPECT_EQ(m.tilt, 0);
-    EXPECT_EQ(m.zoom, 1475);
-    EXPECT_EQ(m.invokeMs, 9);
-    EXPECT_EQ(m.allMs, 11);
-    EXPECT_EQ(m.autogammaMs, 1);
-
+    EXPECT_EQ((std::vector<int>{m.faceNum, m.faces[0].x, m.faces[0].h, m.person.x, m.person.h, m.pan, m.tilt,
+                                m.zoom, m.invokeMs, m.allMs, m.autogammaMs}),
+              (std::vector<int>{1, 180, 60, 727, 830, -122, 0, 1475, 9, 11, 1}));
     const TakenFrame &f = log.frames[10];
     EXPECT_TRUE(f.framingRan);
     EXPECT_EQ(f.faceNum, 0);
-    EXPECT_TRUE(f.faces.empty());
-    EXPECT_FALSE(f.moved);
-    EXPECT_FALSE(f.hasPerson);
-}
-
-TEST(ReplayDaemonLog, OtherThreadsLinesBetweenFrameLinesChangeNothing) {
-    // The socket thread and the camera thread print while a frame is analysed.
-    std::string frame = moving_frame(10);
-    const std::string anchor = "\033[1;34m[2024-05-02 10:11:12:345] [INFO] [move_decision.cpp: 282]";
-    const size_t at = frame.find(anchor);
-    ASSERT_NE(at, std::string::npos);
-    frame.insert(at,
-                 "MsgBuf[0]= 1, MsgBuf[1]= 1 \nret == 0\n\033[1;32m[2024-05-02 10:11:12:346] [DEBUG] "
-                 "[visca.cpp:88] reply 90 41 ff\n\033[0m");
-    const DaemonLog log = parse_daemon_log(frame + faceless_frame(11));
-    ASSERT_EQ(log.frames.size(), 2u);
-    EXPECT_TRUE(log.frames[0].moved);
-    EXPECT_EQ(log.frames[0].pan, -122);
-    EXPECT_EQ(log.frames[0].zoom, 1475);
-    EXPECT_EQ(log.frames[0].faces.size(), 1u);
-    EXPECT_FALSE(log.frames[1].moved);
+    EXPECT_FALSE(f.moved || f.hasPerson || !f.faces.empty());
 }
 
 TEST(ReplayDaemonLog, CutLastLineIsLeftOutAndReported) {
@@ -162,100 +129,6 @@ TEST(ReplayDaemonLog, StoppedFramesAndPlatformErrors) {
     EXPECT_FALSE(parse_daemon_log(out, "").cannotOpenSource);
 }
 
-TEST(ReplayDaemonLog, EleventhFacelessFrameInARowIsAFullViewReset) {
-    std::string out = moving_frame(10);
-    for (int n = 11; n <= 32; ++n) {
-        out += faceless_frame(n);
-    }
-    out += moving_frame(33);
-    for (int n = 34; n <= 40; ++n) {
-        out += faceless_frame(n);
-    }
-    const DaemonLog log = parse_daemon_log(out);
-    ASSERT_EQ(log.frames.size(), 31u);
-    int resets = 0;
-    for (size_t i = 0; i < log.frames.size(); ++i) {
-        if (log.frames[i].fullViewReset) {
-            ++resets;
-            // frames 21 and 32: the eleventh face-less frame, and the eleventh after that
-            EXPECT_TRUE(log.frames[i].frameNumber == 21 || log.frames[i].frameNumber == 32)
-                << log.frames[i].frameNumber;
-        }
-    }
-    EXPECT_EQ(resets, 2) << "a face in between starts the count again";
-}
-
-TEST(ReplayFrameLog, WholeLinesOnly) {
-    const std::string text =
-        "0 1000 taken 0.0\n1 34333 dropped 0.0\ngarbage line\n2 67666 lost 0.0\n3 100999 taken 0.0\n4 1343";
-    const std::vector<FrameLogEntry> e = parse_frame_log(text);
-    ASSERT_EQ(e.size(), 3u);
-    EXPECT_TRUE(e[0].taken);
-    EXPECT_FALSE(e[1].taken);
-    EXPECT_EQ(e[1].ptsUs, 34333u);
-    EXPECT_EQ(e[2].sourceIndex, 3u);
-}
-
-TEST(ReplaySimLog, StatesPacketsAndStateAtATime) {
-    const std::string text =
-        "{\"t_us\":100,\"event\":\"start\",\"socket\":\"/tmp/x/featureCamera_addr.socket\"}\n"
-        "{\"t_us\":200,\"event\":\"rx\",\"len\":9,\"bytes\":\"81 01 04 47 00 07 08 00 ff\",\"command\":0,"
-        "\"name\":\"zoom_absolute\"}\n"
-        "{\"t_us\":210,\"event\":\"rx\",\"len\":2,\"bytes\":\"81 01\",\"error\":\"no terminator\"}\n"
-        "{\"t_us\":300,\"event\":\"state\",\"pan\":-10.0,\"tilt\":5.5,\"width\":1900.0,\"height\":1068.8,"
-        "\"target_pan\":-122.0,\"target_tilt\":0.0,\"target_width\":1475.0,\"moving\":true}\n"
-        "{\"t_us\":500,\"event\":\"state\",\"pan\":-122.0,\"tilt\":0.0,\"width\":1475.0,\"height\":829.7,"
-        "\"target_pan\":-122.0,\"target_tilt\":0.0,\"target_width\":1475.0,\"moving\":false}\n"
-        "{\"t_us\":600,\"event\":\"state\",\"pan\":-1";
-    const SimLog log = parse_sim_log(text);
-    EXPECT_TRUE(log.started);
-    EXPECT_TRUE(log.stopReason.empty());
-    ASSERT_EQ(log.rx.size(), 2u);
-    EXPECT_EQ(log.rx[0].name, "zoom_absolute");
-    EXPECT_TRUE(log.rx[1].error);
-    ASSERT_EQ(log.states.size(), 2u) << "the cut state line is left out";
-    EXPECT_TRUE(log.states[0].moving);
-    EXPECT_DOUBLE_EQ(log.states[0].targetWidth, 1475.0);
-
-    EXPECT_DOUBLE_EQ(sim_state_at(log.states, 50).width, 1920.0) << "before the first sample: the full view";
-    EXPECT_DOUBLE_EQ(sim_state_at(log.states, 300).pan, -10.0);
-    EXPECT_DOUBLE_EQ(sim_state_at(log.states, 499).pan, -10.0);
-    EXPECT_DOUBLE_EQ(sim_state_at(log.states, 10000).width, 1475.0);
-
-    EXPECT_EQ(parse_sim_log("{\"t_us\":9,\"event\":\"stop\",\"reason\":\"signal\"}\n").stopReason, "signal");
-}
-
-TEST(ReplayGammaOutput, AnswersAcceptedAndRejected) {
-    const std::string text =
-        "gamma_peer: attached to key 0x52500001\n"
-        "answer 1: valid=1 mean=97 stdDev=40 p1=3 p10=40 p50=95 p90=150 p99=230 strength=100 isuse=1 -> "
-        "curve "
-        "accepted\n"
-        "answer 2: valid=0 mean=0 stdDev=0 p1=0 p10=0 p50=0 p90=0 p99=0 strength=100 isuse=0 -> curve "
-        "rejected\n"
-        "answer 3: valid=1 mea";
-    const std::vector<GammaAnswer> a = parse_gamma_output(text);
-    ASSERT_EQ(a.size(), 2u);
-    EXPECT_TRUE(a[0].accepted);
-    EXPECT_EQ(a[0].mean, 97);
-    EXPECT_EQ(a[0].p50, 95);
-    EXPECT_FALSE(a[1].accepted);
-}
-
-TEST(ReplaySummary, SpreadIsMedianAndNearestRankPercentile) {
-    const Spread s = spread_of({5, 1, 3, -1, 2, 4});
-    EXPECT_EQ(s.count, 5) << "missing lines (-1) are left out";
-    EXPECT_DOUBLE_EQ(s.median, 3);
-    EXPECT_DOUBLE_EQ(s.p95, 5);
-    std::vector<double> hundred;
-    for (int i = 1; i <= 100; ++i) {
-        hundred.push_back(i);
-    }
-    EXPECT_DOUBLE_EQ(spread_of(hundred).p95, 95);
-    EXPECT_DOUBLE_EQ(spread_of(hundred).median, 50.5);
-    EXPECT_EQ(spread_of({}).count, 0);
-}
-
 TEST(ReplaySummary, FiguresJsonAndPage) {
     std::string out;
     for (int n = 1; n <= 9; ++n) {
@@ -263,12 +136,14 @@ TEST(ReplaySummary, FiguresJsonAndPage) {
     }
     out += faceless_frame(10) + moving_frame(11) + faceless_frame(12);
     const DaemonLog daemon = parse_daemon_log(out);
-    // 13 delivered, one dropped: the taken ones match the daemon's frames by order.
-    std::string frameLog;
+    // 13 delivered, one dropped: the taken ones match the daemon's frames by
+    // order. Only whole lines count.
+    std::string frameLog = "garbage line\n";
     for (int i = 0; i < 13; ++i) {
         frameLog += std::to_string(i) + " " + std::to_string(1000000 + i * 500000) +
                     (i == 5 ? " dropped" : " taken") + " 0.0\n";
     }
+    frameLog += "14 1343";
     const std::vector<FrameLogEntry> frames = parse_frame_log(frameLog);
     RunInfo run;
     run.source = "clip <1>.mp4";
@@ -290,6 +165,9 @@ TEST(ReplaySummary, FiguresJsonAndPage) {
     EXPECT_NEAR(s.durationSeconds, 6.0, 1e-9);
     EXPECT_NEAR(s.movesPerMinute, 10.0, 1e-9);
     EXPECT_DOUBLE_EQ(s.invoke.median, 7);
+    const Spread spread = spread_of({5, 1, 3, -1, 2, 4});  // missing lines (-1) are left out
+    EXPECT_EQ((std::vector<double>{double(spread.count), spread.median, spread.p95}),
+              (std::vector<double>{5, 3, 5}));
 
     const std::string json = summary_json(s);
     EXPECT_NE(json.find("\"complete\": false"), std::string::npos);
