@@ -42,6 +42,8 @@ class OpenCvDnnEngine final : public InferenceEngine {
 
     bool ready() const override { return ready_; }
     const std::string &modelFile() const override { return modelFile_; }
+    const char *name() const override { return engine_name(EngineKind::kOpenCvDnn); }
+    int32_t threads() const override { return numThread_; }
 
     void prepare(const uint8_t *bgr, int32_t width, int32_t height) override {
         // The blob is reallocated only when the frame size changes.
