@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <thread>
 
 #include "detector/engine_factories.h"
 
@@ -95,20 +96,28 @@ std::unique_ptr<InferenceEngine> create_named_inference_engine(const std::string
     }
     EngineKind kind;
     if (!engine_from_name(wanted, &kind)) {
-        fprintf(stderr,
-                "face detector: unknown %s '%s' (this build has: %s); no model is loaded and no faces will be "
-                "detected\n",
-                source, wanted.c_str(), built_engine_names().c_str());
+        fprintf(
+            stderr,
+            "face detector: unknown %s '%s' (this build has: %s); no model is loaded and no faces will be "
+            "detected\n",
+            source, wanted.c_str(), built_engine_names().c_str());
         return nullptr;
     }
     std::unique_ptr<InferenceEngine> engine = create_inference_engine(kind, modelPath, numThread, format);
     if (engine == nullptr) {
-        fprintf(stderr,
-                "face detector: %s '%s' is not built in (this build has: %s); no model is loaded and no faces "
-                "will be detected\n",
-                source, wanted.c_str(), built_engine_names().c_str());
+        fprintf(
+            stderr,
+            "face detector: %s '%s' is not built in (this build has: %s); no model is loaded and no faces "
+            "will be detected\n",
+            source, wanted.c_str(), built_engine_names().c_str());
     }
     return engine;
+}
+
+int32_t granted_threads(int32_t requested) {
+    const int32_t cores = static_cast<int32_t>(std::thread::hardware_concurrency());
+    const int32_t most = cores > 1 ? cores - 1 : 1;
+    return requested < 1 ? 1 : (requested > most ? most : requested);
 }
 
 std::string sibling_model_path(const std::string &modelPath, const char *fileName) {

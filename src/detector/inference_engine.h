@@ -101,6 +101,13 @@ std::unique_ptr<InferenceEngine> create_named_inference_engine(const std::string
 std::unique_ptr<InferenceEngine> create_inference_engine(EngineKind kind, const std::string &modelPath,
                                                          int32_t numThread, const EngineInputFormat &format);
 
+// The worker threads the detector gives its engine for `requested`: at least
+// 1 and at most one less than the cores. Both engines' workers spin (sched_yield) between
+// the layers of a run; with as many threads as cores or more they take the
+// CPU the frame loop, the encoder and the running thread need, for little
+// speed-up.
+int32_t granted_threads(int32_t requested);
+
 // fileName in the directory of modelPath ("./a.mnn", "b.onnx" -> "./b.onnx").
 std::string sibling_model_path(const std::string &modelPath, const char *fileName);
 

@@ -37,7 +37,8 @@ SlimFaceDetector::SlimFaceDetector(const std::string &modelPath, int32_t width, 
         format.meanVals[c] = meanVals[c];
         format.normVals[c] = normVals[c];
     }
-    engine = create_named_inference_engine(engineName, modelPath, threads, format);
+    // The engines' workers spin between layers: see granted_threads().
+    engine = create_named_inference_engine(engineName, modelPath, granted_threads(threads), format);
 
     numThread = threads;
     scoreThreshold = scoreThresh;
@@ -51,8 +52,8 @@ SlimFaceDetector::SlimFaceDetector(const std::string &modelPath, int32_t width, 
     const Clock::time_point end = Clock::now();
     if (engine != nullptr) {
         // What a replay or a log reader needs to know which network ran.
-        printf("face detector: engine %s, model %s, %d threads\n", engine->name(), engine->modelFile().c_str(),
-               engine->threads());
+        printf("face detector: engine %s, model %s, %d threads\n", engine->name(),
+               engine->modelFile().c_str(), engine->threads());
     }
     printf("init time:%g s\n", seconds_between(start, end));
     fflush(stdout);
