@@ -214,16 +214,6 @@ std::vector<std::array<double, 5>> face_boxes(const std::string &daemonOut) {
     return boxes;
 }
 
-// Every packet the camera received, as its bytes (the times differ).
-std::vector<std::string> packets(const std::string &simLog) {
-    std::vector<std::string> seen;
-    for (size_t at = 0; (at = simLog.find("\"event\":\"rx\"", at)) != std::string::npos; ++at) {
-        const size_t bytes = simLog.find("\"bytes\":\"", at) + 9;
-        seen.push_back(simLog.substr(bytes, simLog.find('"', bytes) - bytes));
-    }
-    return seen;
-}
-
 }  // namespace
 
 // The clips themselves: a background without faces, and every visible person
@@ -482,7 +472,14 @@ TEST_F(FramingRun, CameraBuildUnderQemuFindsAndSendsWhatThePcBuildDoes) {
         const std::vector<FrameTrace> frames = run_clip();
         EXPECT_FALSE(traced_moves(frames).empty()) << (daemon.empty() ? "PC" : "ARM") << " build never moved";
         boxes.push_back(face_boxes(out_));
-        sent.push_back(packets(sim_log()));
+        // Every packet the camera received, byte for byte.
+        std::vector<std::string> bytes;
+        const std::string log = sim_log();
+        for (size_t at = 0; (at = log.find("\"event\":\"rx\",\"len\"", at)) != std::string::npos; ++at) {
+            const size_t from = log.find("\"bytes\"", at);  // what follows the time stamp
+            bytes.push_back(log.substr(from, log.find('\n', from) - from));
+        }
+        sent.push_back(bytes);
         if (HasFailure()) {
             return;
         }
