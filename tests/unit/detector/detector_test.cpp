@@ -58,10 +58,8 @@ std::vector<uint8_t> grey_frame(int width, int height) {
 
 // Sets or clears FACEDET_ENGINE for one scope.
 struct EngineVariable {
-    explicit EngineVariable(const char *value) {
-        const char *old = getenv(kEngineVariable);
-        had = old != nullptr;
-        saved = had ? old : "";
+    explicit EngineVariable(const char *value) : had(getenv(kEngineVariable) != nullptr) {
+        saved = had ? getenv(kEngineVariable) : "";
         value != nullptr ? setenv(kEngineVariable, value, 1) : unsetenv(kEngineVariable);
     }
     ~EngineVariable() { had ? setenv(kEngineVariable, saved.c_str(), 1) : unsetenv(kEngineVariable); }
@@ -158,14 +156,7 @@ TEST(EngineChoice, TheVariableOrTheArgumentPicksTheEngineAndAnythingElseIsOneLin
 // Files that cannot serve as the network: each is one line naming the file,
 // the detector finds nothing, and frames keep coming without a crash.
 TEST(Detector, MissingOrBrokenModelsAreOneLineAndDetectNothing) {
-    const std::vector<EngineKind> kinds = built_engines();
-    if (kinds.empty()) {
-        OutputCapture err(2);
-        SlimFaceDetector detector(kModel, 480, 320, 1, -1, 0.65f, 0.3f);
-        EXPECT_NE(err.finish().find("no inference engine"), std::string::npos);
-        EXPECT_FALSE(detector.ready());
-        return;
-    }
+    const std::vector<EngineKind> kinds = built_engines();  // none: see EngineChoice
     EngineVariable variable(nullptr);
     for (EngineKind kind : kinds) {
         // The engine's own file, beside the .mnn path the detector is given.
