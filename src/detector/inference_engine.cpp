@@ -2,7 +2,9 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <thread>
 
 #include "detector/engine_factories.h"
 
@@ -22,9 +24,28 @@ const char *engine_name(EngineKind kind) {
         case EngineKind::kMnn:
             return "mnn";
         case EngineKind::kOpenCvDnn:
-            return "opencv-dnn";
+            return "opencv";
     }
     return "unknown";
+}
+
+bool engine_from_name(const std::string &name, EngineKind *kind) {
+    for (EngineKind k : {EngineKind::kMnn, EngineKind::kOpenCvDnn}) {
+        if (name == engine_name(k)) {
+            *kind = k;
+            return true;
+        }
+    }
+    return false;
+}
+
+std::string built_engine_names() {
+    std::string names;
+    for (EngineKind k : built_engines()) {
+        names += names.empty() ? "" : " ";
+        names += engine_name(k);
+    }
+    return names.empty() ? "none" : names;
 }
 
 std::unique_ptr<InferenceEngine> create_inference_engine(EngineKind kind, const std::string &modelPath,
@@ -49,17 +70,54 @@ std::unique_ptr<InferenceEngine> create_inference_engine(EngineKind kind, const 
     return nullptr;
 }
 
-std::unique_ptr<InferenceEngine> create_inference_engine(const std::string &modelPath, int32_t numThread,
-                                                         const EngineInputFormat &format) {
+std::unique_ptr<InferenceEngine> create_named_inference_engine(const std::string &name,
+                                                               const std::string &modelPath,
+                                                               int32_t numThread,
+                                                               const EngineInputFormat &format) {
+    std::string wanted = name;
+    const char *source = "engine";
+    if (wanted.empty()) {
+        const char *fromEnvironment = getenv(kEngineVariable);
+        if (fromEnvironment != nullptr && fromEnvironment[0] != '\0') {
+            wanted = fromEnvironment;
+            source = kEngineVariable;
+        }
+    }
     const std::vector<EngineKind> kinds = built_engines();
-    if (kinds.empty()) {
-        fprintf(stderr,
-                "face detector: this build has no inference engine; %s is not loaded and no faces "
-                "will be detected\n",
-                modelPath.c_str());
+    if (wanted.empty()) {
+        if (kinds.empty()) {
+            fprintf(stderr,
+                    "face detector: this build has no inference engine; %s is not loaded and no faces "
+                    "will be detected\n",
+                    modelPath.c_str());
+            return nullptr;
+        }
+        return create_inference_engine(kinds.front(), modelPath, numThread, format);
+    }
+    EngineKind kind;
+    if (!engine_from_name(wanted, &kind)) {
+        fprintf(
+            stderr,
+            "face detector: unknown %s '%s' (this build has: %s); no model is loaded and no faces will be "
+            "detected\n",
+            source, wanted.c_str(), built_engine_names().c_str());
         return nullptr;
     }
-    return create_inference_engine(kinds.front(), modelPath, numThread, format);
+    std::unique_ptr<InferenceEngine> engine = create_inference_engine(kind, modelPath, numThread, format);
+    if (engine == nullptr) {
+        fprintf(
+            stderr,
+            "face detector: %s '%s' is not built in (this build has: %s); no model is loaded and no faces "
+            "will be detected\n",
+            source, wanted.c_str(), built_engine_names().c_str());
+    }
+    return engine;
+}
+
+int32_t granted_threads(int32_t requested) {
+    const int32_t cores = static_cast<int32_t>(std::thread::hardware_concurrency());
+    const int32_t most = cores > 1 ? cores - 1 : 1;
+    return requested < 1 ? 1 : (requested > most ? most : requested);
 }
 
 std::string sibling_model_path(const std::string &modelPath, const char *fileName) {

@@ -22,14 +22,16 @@ namespace {
 class MnnEngine final : public InferenceEngine {
   public:
     MnnEngine(const std::string &modelPath, int32_t numThread, const EngineInputFormat &format)
-        : modelFile_(modelPath), format_(format) {
-        ready_ = load(numThread);
+        : modelFile_(modelPath), numThread_(numThread), format_(format) {
+        ready_ = load();
     }
 
     ~MnnEngine() override { release(); }
 
     bool ready() const override { return ready_; }
     const std::string &modelFile() const override { return modelFile_; }
+    const char *name() const override { return engine_name(EngineKind::kMnn); }
+    int32_t threads() const override { return numThread_; }
 
     void prepare(const uint8_t *bgr, int32_t width, int32_t height) override {
         if (!ready_) {
@@ -88,7 +90,7 @@ class MnnEngine final : public InferenceEngine {
     }
 
   private:
-    bool load(int32_t numThread) {
+    bool load() {
         // MNN says little on a missing file; name it and the reason here.
         const std::string why = unreadable_reason(modelFile_);
         if (!why.empty()) {
@@ -104,7 +106,7 @@ class MnnEngine final : public InferenceEngine {
 
         MNN::ScheduleConfig config;
         config.type = MNN_FORWARD_CPU;
-        config.numThread = numThread;
+        config.numThread = numThread_;
         config.backupType = MNN_FORWARD_CPU;
         MNN::BackendConfig backendConfig;
         backendConfig.memory = MNN::BackendConfig::Memory_Normal;
@@ -135,6 +137,7 @@ class MnnEngine final : public InferenceEngine {
     }
 
     std::string modelFile_;
+    int32_t numThread_;
     EngineInputFormat format_;
     bool ready_ = false;
     bool released_ = false;

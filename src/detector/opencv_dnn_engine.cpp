@@ -5,7 +5,6 @@
  * the camera's: BGR to RGB, (v - 127) / 128, no resampling.
  */
 #include <cstdio>
-#include <thread>
 
 #include <opencv2/core.hpp>
 #include <opencv2/dnn.hpp>
@@ -18,21 +17,11 @@ namespace {
 constexpr const char *kOnnxFile = "slim-320.onnx";
 constexpr const char *kInputName = "input";
 
-// OpenCV's thread pool (TBB in Debian's build) refuses more workers than there
-// are cores, with a warning on every request; ask for no more than it grants.
-int32_t usable_threads(int32_t requested) {
-    const int32_t cores = static_cast<int32_t>(std::thread::hardware_concurrency());
-    if (requested < 1) {
-        requested = 1;
-    }
-    return cores > 0 && requested > cores ? cores : requested;
-}
-
 class OpenCvDnnEngine final : public InferenceEngine {
   public:
     OpenCvDnnEngine(const std::string &modelPath, int32_t numThread, const EngineInputFormat &format)
         : modelFile_(sibling_model_path(modelPath, kOnnxFile)),
-          numThread_(usable_threads(numThread)),
+          numThread_(numThread < 1 ? 1 : numThread),
           format_(format) {
         ready_ = load();
         if (ready_) {
@@ -42,6 +31,8 @@ class OpenCvDnnEngine final : public InferenceEngine {
 
     bool ready() const override { return ready_; }
     const std::string &modelFile() const override { return modelFile_; }
+    const char *name() const override { return engine_name(EngineKind::kOpenCvDnn); }
+    int32_t threads() const override { return numThread_; }
 
     void prepare(const uint8_t *bgr, int32_t width, int32_t height) override {
         // The blob is reallocated only when the frame size changes.

@@ -16,7 +16,8 @@ double seconds_between(Clock::time_point start, Clock::time_point end) {
 }  // namespace
 
 SlimFaceDetector::SlimFaceDetector(const std::string &modelPath, int32_t width, int32_t height,
-                                   int32_t threads, int32_t topK, float scoreThresh, float iouThresh) {
+                                   int32_t threads, int32_t topK, float scoreThresh, float iouThresh,
+                                   const std::string &engineName) {
     // No top-k cut anywhere: every cluster becomes a face.
     (void)topK;
 
@@ -36,7 +37,8 @@ SlimFaceDetector::SlimFaceDetector(const std::string &modelPath, int32_t width, 
         format.meanVals[c] = meanVals[c];
         format.normVals[c] = normVals[c];
     }
-    engine = create_inference_engine(modelPath, threads, format);
+    // The engines' workers spin between layers: see granted_threads().
+    engine = create_named_inference_engine(engineName, modelPath, granted_threads(threads), format);
 
     numThread = threads;
     scoreThreshold = scoreThresh;
@@ -48,6 +50,11 @@ SlimFaceDetector::SlimFaceDetector(const std::string &modelPath, int32_t width, 
     generatePriors();
 
     const Clock::time_point end = Clock::now();
+    if (engine != nullptr) {
+        // What a replay or a log reader needs to know which network ran.
+        printf("face detector: engine %s, model %s, %d threads\n", engine->name(),
+               engine->modelFile().c_str(), engine->threads());
+    }
     printf("init time:%g s\n", seconds_between(start, end));
     fflush(stdout);
 }

@@ -24,10 +24,14 @@ class SlimFaceDetector {
   public:
     // Loads the model and builds the priors for inputWidth x inputHeight.
     // topK is accepted and deliberately ignored: no top-k cut is applied.
-    // A model that cannot be loaded is reported in one line on stderr; the
-    // detector then finds no faces (ready() is false).
+    // engine names the inference engine (inference_engine.h); empty means
+    // $FACEDET_ENGINE, else the camera's. The engine, its model file and its
+    // thread count are printed in one line on stdout. A model or engine that
+    // cannot be loaded is reported in one line on stderr; the detector then
+    // finds no faces (ready() is false).
     SlimFaceDetector(const std::string &modelPath, int32_t inputWidth, int32_t inputHeight, int32_t numThread,
-                     int32_t topK, float scoreThreshold, float iouThreshold);
+                     int32_t topK, float scoreThreshold, float iouThreshold,
+                     const std::string &engine = std::string());
     ~SlimFaceDetector();
     SlimFaceDetector(const SlimFaceDetector &) = delete;
     SlimFaceDetector &operator=(const SlimFaceDetector &) = delete;
@@ -48,11 +52,17 @@ class SlimFaceDetector {
     void nms(std::vector<FaceBox> &input, std::vector<FaceBox> &output, int32_t type);
 
     bool ready() const { return engine != nullptr && engine->ready(); }
+    // The engine's name and model file; "none" and "" without an engine.
+    const char *engineName() const { return engine != nullptr ? engine->name() : "none"; }
+    std::string modelFile() const { return engine != nullptr ? engine->modelFile() : std::string(); }
     int32_t getInputWidth() const { return inputWidth; }
     int32_t getInputHeight() const { return inputHeight; }
     int32_t getImageWidth() const { return imageWidth; }
     int32_t getImageHeight() const { return imageHeight; }
     int32_t getNumAnchors() const { return numAnchors; }
+    int32_t getNumThread() const { return numThread; }
+    float getScoreThreshold() const { return scoreThreshold; }
+    float getIouThreshold() const { return iouThreshold; }
     const std::vector<Prior> &getPriors() const { return priors; }
     const std::vector<std::vector<float>> &getFeatureMapSizes() const { return featureMapSizes; }
 

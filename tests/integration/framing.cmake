@@ -13,3 +13,11 @@ target_compile_definitions(framing_test PRIVATE
   FACEDET_CTL_BIN="$<TARGET_FILE:facedet_ctl>"
   SCENARIO_CLIP_BIN="$<TARGET_FILE:scenario_clip>")
 add_dependencies(framing_test camera_sim facedet_ctl scenario_clip)
+# The camera build's daemon for the ARM-against-PC comparison, where the arm
+# preset puts it; skipped when absent, and in the sanitizer builds (one run
+# under qemu is enough).
+set(arm_daemon "")
+if(NOT CMAKE_CXX_FLAGS MATCHES "-fsanitize")
+  set(arm_daemon "${PROJECT_SOURCE_DIR}/build/arm/src/faceDet")
+endif()
+target_compile_definitions(framing_test PRIVATE FACEDET_ARM_DAEMON_DEFAULT="${arm_daemon}")

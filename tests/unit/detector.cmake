@@ -1,7 +1,8 @@
 # Face detector. The arithmetic is tested everywhere (ARM too); the detector
-# object with its printed lines and failure paths wherever facedet_core
-# builds; inference only where an engine is built, and the real photo only
-# where OpenCV can read it.
+# object with its constants, engine choice and failure paths wherever
+# facedet_core builds; inference only where an engine is built, real pictures
+# only where OpenCV can read them, and the two engines against each other
+# where both are built.
 facedet_unit_test(detector_math_test
   SOURCES detector/priors_test.cpp detector/decoding_test.cpp detector/nms_test.cpp
   LIBS facedet_detector)
@@ -14,4 +15,9 @@ if(FACEDET_DETECTOR_ENGINES)
     target_compile_definitions(detector_test PRIVATE FACEDET_TEST_HAS_IMAGES=1)
     target_link_libraries(detector_test PRIVATE ${OpenCV_LIBS})
   endif()
+endif()
+if("mnn" IN_LIST FACEDET_DETECTOR_ENGINES AND "opencv" IN_LIST FACEDET_DETECTOR_ENGINES)
+  facedet_unit_test(engine_parity_test SOURCES detector/engine_parity_test.cpp LIBS facedet_detector)
+  target_compile_definitions(engine_parity_test PRIVATE FACEDET_SHARED_DIR="${FACEDET_SHARED_DIR}")
+  target_link_libraries(engine_parity_test PRIVATE ${OpenCV_LIBS})
 endif()

@@ -36,6 +36,7 @@ constexpr int kFrameHeight = 234;
 struct Options {
     std::string model = "./slim-320-quant-ADMM-50.mnn";
     int threads = 4;
+    std::string engine;  // empty: $FACEDET_ENGINE, else the camera's
     std::string annotations;
     std::string attributes;
     std::string imagesDir;
@@ -50,9 +51,10 @@ struct AnnotatedFace {
 
 void usage(FILE *to) {
     fprintf(to,
-            "usage: facedet_detect [--model FILE.mnn] [--threads N] [--log]\n"
+            "usage: facedet_detect [--engine mnn|opencv] [--model FILE.mnn] [--threads N] [--log]\n"
             "                      [--annotations FILE [--attributes FILE] [--images DIR]] [IMAGE...]\n"
             "  Prints '<image> <x> <y> <w> <h> <score>' per face, in the image's own pixels.\n"
+            "  --engine       the inference engine (default: $FACEDET_ENGINE, else mnn, the camera's)\n"
             "  --model        the detector's model path (default ./slim-320-quant-ADMM-50.mnn;\n"
             "                 the OpenCV engine reads slim-320.onnx from the same directory)\n"
             "  --annotations  lines 'image x y w h'; scores the detections (IoU >= 0.5). Without\n"
@@ -69,6 +71,8 @@ bool parse_options(int argc, char **argv, Options &opt) {
         const bool hasValue = i + 1 < argc;
         if (arg == "--model" && hasValue) {
             opt.model = argv[++i];
+        } else if (arg == "--engine" && hasValue) {
+            opt.engine = argv[++i];
         } else if (arg == "--threads" && hasValue) {
             opt.threads = atoi(argv[++i]);
         } else if (arg == "--annotations" && hasValue) {
@@ -256,10 +260,11 @@ int main(int argc, char **argv) {
         }
     }
 
-    SlimFaceDetector detector(opt.model, kFrameWidth, kFrameHeight, opt.threads, -1, 0.65f, 0.3f);
+    SlimFaceDetector detector(opt.model, kFrameWidth, kFrameHeight, opt.threads, -1, 0.65f, 0.3f, opt.engine);
     if (!detector.ready()) {
         return 1;
     }
+    const std::string engineLine = std::string(detector.engineName()) + " engine, " + detector.modelFile();
 
     MatchCounts counts;
     cv::Mat frame;
@@ -306,7 +311,7 @@ int main(int argc, char **argv) {
 
     if (evaluate) {
         const size_t runs = opt.images.size() - failures;
-        fprintf(out, "\n%zu images, %s\n\n", runs,
+        fprintf(out, "\n%s: %zu images, %s\n\n", engineLine.c_str(), runs,
                 opt.attributes.empty() ? "all annotated faces counted" : "faces marked invalid not counted");
         print_table(out, counts);
     }

@@ -47,13 +47,14 @@ struct Options {
     double seconds = 0;
     bool gamma = false;
     bool force = false;
+    std::string engine;  // empty: the daemon's default
     double timeout = 0;  // 0: from the clip's length
 };
 
 void usage(FILE *out) {
     fprintf(out,
             "usage: facedet_replay SOURCE --out DIR [--lockstep] [--seconds S] [--gamma] [--force]\n"
-            "                      [--timeout S]\n"
+            "                      [--timeout S] [--engine mnn|opencv]\n"
             "  Plays SOURCE (video, image or raw NV12 416x234 clip) through faceDet with camera_sim\n"
             "  as the camera, and writes DIR/replay.mp4, timeline.png, report.html, summary.json\n"
             "  and the raw logs in DIR/logs/.\n"
@@ -61,6 +62,8 @@ void usage(FILE *out) {
             "  --seconds S  loop the source and stop after S seconds of auto framing\n"
             "  --gamma      run gamma_peer against the daemon and report its answers\n"
             "  --force      write into DIR even if it holds files (ours are replaced)\n"
+            "  --engine E   the daemon's face detector engine (default: $FACEDET_ENGINE, else mnn,\n"
+            "               the camera's quantised network; opencv: the float export)\n"
             "  --timeout S  stop the daemon after S seconds (default: from the clip's length)\n");
 }
 
@@ -89,6 +92,8 @@ int parse_options(int argc, char **argv, Options *o) {
             o->lockstep = true;
         } else if (arg == "--gamma") {
             o->gamma = true;
+        } else if (arg == "--engine" && hasValue) {
+            o->engine = argv[++i];
         } else if (arg == "--force") {
             o->force = true;
         } else if ((arg == "--seconds" || arg == "--timeout") && hasValue) {
@@ -425,6 +430,9 @@ int run_replay(const Options &o) {
                                               {"FACEDET_PACE", run.pace},
                                               {"FACEDET_FRAME_LOG", frameLogPath}};
     std::vector<std::string> unset = {"FACEDET_LOOP", "FACEDET_EXIT_AT_END", "FACEDET_FAULTS"};
+    if (!o.engine.empty()) {
+        env["FACEDET_ENGINE"] = o.engine;
+    }
     if (o.seconds > 0) {
         env["FACEDET_LOOP"] = "1";
     } else {
@@ -569,6 +577,8 @@ int run_replay(const Options &o) {
     publish(out + "/.report.html.tmp", out + "/report.html", run);
 
     printf("facedet_replay: %s: %s\n", run.complete ? "complete" : "incomplete", run.reason.c_str());
+    printf("  face detector: %s\n",
+           summary.engine.empty() ? "none reported" : (summary.engine + " engine, " + summary.model).c_str());
     printf("  frames delivered %d, taken %d, dropped %d, analysed %d; faces mean %.2f max %d; moves %d\n",
            summary.delivered, summary.taken, summary.dropped, summary.analysed, summary.facesMean,
            summary.facesMax, summary.moves);

@@ -173,6 +173,16 @@ DaemonLog parse_daemon_log(const std::string &out, const std::string &err) {
             havePan = haveTilt = false;
             continue;
         }
+        if (size_t at = line.find("face detector: engine "); at != std::string::npos && f == nullptr) {
+            // "face detector: engine NAME, model FILE, N threads"
+            const std::string rest = line.substr(at + 22);
+            const size_t comma = rest.find(", model ");
+            const size_t end = rest.rfind(", ");
+            if (comma != std::string::npos && end != std::string::npos && end > comma) {
+                log.engine = rest.substr(0, comma);
+                log.model = rest.substr(comma + 8, end - comma - 8);
+            }
+        }
         if (f == nullptr) {
             continue;  // start-up lines, before the first frame
         }

@@ -41,6 +41,8 @@ struct DaemonLog {
     std::vector<TakenFrame> frames;
     bool cannotOpenSource = false;  // the platform could not open FACEDET_SOURCE
     bool cutAtEnd = false;          // the last line had no line end
+    // From the detector's start-up line; empty when it printed none.
+    std::string engine, model;
 };
 
 // Removes ANSI escape sequences (ESC [ ... letter).

@@ -93,6 +93,8 @@ Summary summarise(const RunInfo &run, const DaemonLog &daemon, const std::vector
                   const SimLog &sim, const std::vector<GammaAnswer> &gamma) {
     Summary s;
     s.run = run;
+    s.engine = daemon.engine;
+    s.model = daemon.model;
     s.delivered = static_cast<int>(frames.size());
     for (const FrameLogEntry &e : frames) {
         (e.taken ? s.taken : s.dropped) += 1;
@@ -171,6 +173,8 @@ std::string summary_json(const Summary &s) {
     j += "  \"reason\": \"" + json_escape(r.reason) + "\",\n";
     j += "  \"source\": \"" + json_escape(r.source) + "\",\n";
     j += "  \"pace\": \"" + json_escape(r.pace) + "\",\n";
+    j += "  \"engine\": \"" + json_escape(s.engine) + "\",\n";
+    j += "  \"model\": \"" + json_escape(s.model) + "\",\n";
     j += "  \"seconds\": " + fmt("%.1f", r.seconds) + ",\n";
     j += "  \"daemon_exit\": " + std::to_string(r.daemonExit) + ",\n";
     j += "  \"wall_seconds\": " + fmt("%.2f", r.wallSeconds) + ",\n";
@@ -256,6 +260,8 @@ std::string report_html(const Summary &s, bool haveVideo, bool haveTimeline) {
     h += "<h2>Run</h2>\n<table id=\"run\">\n";
     h += row("source", r.source);
     h += row("pace", r.pace + (r.seconds > 0 ? fmt(", looped for %.1f s", r.seconds) : ", clip once"));
+    h += row("face detector", s.engine.empty() ? std::string("not reported by the daemon")
+                                               : s.engine + " engine, model " + s.model);
     h += row("daemon exit status", std::to_string(r.daemonExit));
     h += row("frames delivered", std::to_string(s.delivered));
     h += row("frames taken",

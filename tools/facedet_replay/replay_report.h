@@ -26,6 +26,7 @@ struct RunInfo {
 
 struct Summary {
     RunInfo run;
+    std::string engine, model;  // the detector's, as the daemon printed them
     int delivered = 0, taken = 0, dropped = 0;
     int takenInDaemonLog = 0, analysed = 0, framingFrames = 0;
     double facesMean = 0;

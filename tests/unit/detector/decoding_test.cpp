@@ -9,10 +9,9 @@ namespace {
 
 const DecodeParams kParams = {0.65f, 0.1f, 0.2f, 416, 234};
 
-// One prior per entry, face probabilities given, zero regressions.
+// One prior per entry, face probabilities given.
 struct Outputs {
-    std::vector<float> scores;
-    std::vector<float> boxes;
+    std::vector<float> scores, boxes;
     std::vector<Prior> priors;
 
     void add(const Prior &prior, float face, const std::array<float, 4> &regression = {0, 0, 0, 0}) {
@@ -21,78 +20,56 @@ struct Outputs {
         scores.push_back(face);
         boxes.insert(boxes.end(), regression.begin(), regression.end());
     }
+    bool decode(std::vector<FaceBox> &out, size_t scoreCount, size_t boxCount, int32_t anchors,
+                const DecodeParams &params = kParams) const {
+        return decode_boxes(scores.data(), scoreCount, boxes.data(), boxCount, priors, anchors, params, out);
+    }
     bool decode(std::vector<FaceBox> &out, const DecodeParams &params = kParams) const {
-        return decode_boxes(scores.data(), scores.size(), boxes.data(), boxes.size(), priors,
-                            static_cast<int32_t>(priors.size()), params, out);
+        return decode(out, scores.size(), boxes.size(), static_cast<int32_t>(priors.size()), params);
     }
 };
 
-TEST(Decoding, ScoreExactlyAtTheThresholdIsDroppedAndJustAboveIsKept) {
+TEST(Decoding, ThresholdIsStrictAndCandidatesKeepPriorOrderInImagePixels) {
     Outputs o;
-    o.add({0.5f, 0.5f, 0.1f, 0.1f}, 0.65f);
-    o.add({0.3f, 0.3f, 0.1f, 0.1f}, std::nextafter(0.65f, 1.0f));
+    o.add({0.5f, 0.5f, 0.1f, 0.1f}, 0.65f);  // exactly the threshold: dropped
+    o.add({0.2f, 0.5f, 0.1f, 0.1f}, std::nextafter(0.65f, 1.0f));
     o.add({0.7f, 0.7f, 0.1f, 0.1f}, 0.2f);
-    std::vector<FaceBox> out;
-    ASSERT_TRUE(o.decode(out));
-    ASSERT_EQ(out.size(), 1u);
-    EXPECT_EQ(out[0].score, std::nextafter(0.65f, 1.0f));
-    EXPECT_FLOAT_EQ(out[0].x1, (0.3f - 0.05f) * 416);
+    o.add({0.8f, 0.5f, 0.25f, 0.5f}, 0.95f);  // zero regression: the prior box itself
+    DecodeParams params = kParams;
+    for (const auto &[w, h] : {std::pair(416, 234), std::pair(480, 320)}) {
+        params.imageWidth = w;
+        params.imageHeight = h;
+        std::vector<FaceBox> out;
+        ASSERT_TRUE(o.decode(out, params));
+        ASSERT_EQ(out.size(), 2u);
+        EXPECT_EQ(out[0].score, std::nextafter(0.65f, 1.0f));
+        EXPECT_FLOAT_EQ(out[0].x1, 0.15f * w);
+        EXPECT_FLOAT_EQ(out[1].x1, 0.675f * w);
+        EXPECT_FLOAT_EQ(out[1].x2, 0.925f * w);
+        EXPECT_FLOAT_EQ(out[1].y1, 0.25f * h);
+        EXPECT_FLOAT_EQ(out[1].y2, 0.75f * h);
+        EXPECT_FLOAT_EQ(out[1].score, 0.95f);
+    }
 }
 
-TEST(Decoding, ZeroRegressionGivesThePriorBoxInFramePixels) {
+TEST(Decoding, RegressionShiftsByVarianceTimesPriorSizeScalesExponentiallyAndIsClipped) {
     Outputs o;
-    o.add({0.5f, 0.5f, 0.25f, 0.5f}, 0.9f);
-    std::vector<FaceBox> out;
-    ASSERT_TRUE(o.decode(out));
-    ASSERT_EQ(out.size(), 1u);
-    EXPECT_FLOAT_EQ(out[0].x1, 0.375f * 416);
-    EXPECT_FLOAT_EQ(out[0].x2, 0.625f * 416);
-    EXPECT_FLOAT_EQ(out[0].y1, 0.25f * 234);
-    EXPECT_FLOAT_EQ(out[0].y2, 0.75f * 234);
-    EXPECT_FLOAT_EQ(out[0].score, 0.9f);
-}
-
-TEST(Decoding, RegressionShiftsByVarianceTimesPriorSizeAndScalesExponentially) {
-    Outputs o;
-    // Centre moves by 0.1 x 2 x w and 0.1 x -1 x h; sizes grow by e^(0.2 x ln 2 / 0.2) = 2 and shrink by
-    // half.
+    // Centre moves by 0.1 x 2 x w and 0.1 x -1 x h; the width doubles, the height halves.
     const float ln2 = std::log(2.0f);
     o.add({0.5f, 0.5f, 0.1f, 0.2f}, 0.8f, {2.0f, -1.0f, ln2 / 0.2f, -ln2 / 0.2f});
+    o.add({0.02f, 0.98f, 0.2f, 0.2f}, 0.99f);  // past the left and bottom edges
     std::vector<FaceBox> out;
     ASSERT_TRUE(o.decode(out));
-    ASSERT_EQ(out.size(), 1u);
+    ASSERT_EQ(out.size(), 2u);
     const float cx = 0.5f + 0.02f, cy = 0.5f - 0.02f, w = 0.2f, h = 0.1f;
     EXPECT_NEAR(out[0].x1, (cx - w / 2) * 416, 1e-3);
     EXPECT_NEAR(out[0].x2, (cx + w / 2) * 416, 1e-3);
     EXPECT_NEAR(out[0].y1, (cy - h / 2) * 234, 1e-3);
     EXPECT_NEAR(out[0].y2, (cy + h / 2) * 234, 1e-3);
-}
-
-TEST(Decoding, CornersAreClippedToTheFrame) {
-    Outputs o;
-    o.add({0.02f, 0.98f, 0.2f, 0.2f}, 0.99f);
-    std::vector<FaceBox> out;
-    ASSERT_TRUE(o.decode(out));
-    ASSERT_EQ(out.size(), 1u);
-    EXPECT_EQ(out[0].x1, 0.0f);
-    EXPECT_EQ(out[0].y2, 234.0f);
-    EXPECT_FLOAT_EQ(out[0].x2, 0.12f * 416);
-    EXPECT_FLOAT_EQ(out[0].y1, 0.88f * 234);
-}
-
-TEST(Decoding, CandidatesKeepPriorOrderAndScaleToTheImageSize) {
-    Outputs o;
-    o.add({0.2f, 0.5f, 0.1f, 0.1f}, 0.7f);
-    o.add({0.8f, 0.5f, 0.1f, 0.1f}, 0.95f);
-    DecodeParams params = kParams;
-    params.imageWidth = 480;
-    params.imageHeight = 320;
-    std::vector<FaceBox> out;
-    ASSERT_TRUE(o.decode(out, params));
-    ASSERT_EQ(out.size(), 2u);
-    EXPECT_FLOAT_EQ(out[0].x1, 0.15f * 480);
-    EXPECT_FLOAT_EQ(out[1].x1, 0.75f * 480);
-    EXPECT_FLOAT_EQ(out[1].y2, 0.55f * 320);
+    EXPECT_EQ(out[1].x1, 0.0f);
+    EXPECT_EQ(out[1].y2, 234.0f);
+    EXPECT_FLOAT_EQ(out[1].x2, 0.12f * 416);
+    EXPECT_FLOAT_EQ(out[1].y1, 0.88f * 234);
 }
 
 TEST(Decoding, OutputsShorterThanThePriorsAreRefusedUnread) {
@@ -101,16 +78,13 @@ TEST(Decoding, OutputsShorterThanThePriorsAreRefusedUnread) {
     o.add({0.5f, 0.5f, 0.1f, 0.1f}, 0.9f);
     std::vector<FaceBox> out;
     // One value short in either output, or more anchors than priors.
-    EXPECT_FALSE(decode_boxes(o.scores.data(), o.scores.size() - 1, o.boxes.data(), o.boxes.size(), o.priors,
-                              2, kParams, out));
-    EXPECT_FALSE(decode_boxes(o.scores.data(), o.scores.size(), o.boxes.data(), o.boxes.size() - 1, o.priors,
-                              2, kParams, out));
-    EXPECT_FALSE(decode_boxes(o.scores.data(), 6, o.boxes.data(), 12, o.priors, 3, kParams, out));
+    EXPECT_FALSE(o.decode(out, 3, 8, 2));
+    EXPECT_FALSE(o.decode(out, 4, 7, 2));
+    EXPECT_FALSE(o.decode(out, 6, 12, 3));
     EXPECT_FALSE(decode_boxes(nullptr, 0, nullptr, 0, o.priors, 2, kParams, out));
     EXPECT_TRUE(out.empty());
     // Longer outputs are fine: only numAnchors entries are read.
-    EXPECT_TRUE(decode_boxes(o.scores.data(), o.scores.size(), o.boxes.data(), o.boxes.size(), o.priors, 1,
-                             kParams, out));
+    EXPECT_TRUE(o.decode(out, 4, 8, 1));
     EXPECT_EQ(out.size(), 1u);
 }
 

@@ -27,44 +27,33 @@ void expect_box_eq(const FaceBox &actual, const FaceBox &expected) {
 TEST(Overlap, UsesThePlusOnePixelConvention) {
     const FaceBox a = box(0, 0, 9, 9, 1);
     EXPECT_EQ(face_box_area(a), 100.0f);
-    EXPECT_EQ(face_box_iou(a, face_box_area(a), a), 1.0f);
-    // Edges that only touch (iy2 == iy1) still share one pixel row: 10 of 190.
-    const FaceBox below = box(0, 9, 9, 18, 1);
-    EXPECT_FLOAT_EQ(face_box_iou(a, face_box_area(a), below), 10.0f / 190.0f);
-    // One pixel apart: no overlap at all.
-    EXPECT_EQ(face_box_iou(a, face_box_area(a), box(0, 10.5f, 9, 20, 1)), 0.0f);
+    // Edges that only touch still share one pixel row: 10 of 190; a pixel apart, nothing.
+    EXPECT_FLOAT_EQ(face_box_iou(a, face_box_area(a), box(0, 9, 9, 18, 1)), 10.0f / 190.0f);
     EXPECT_EQ(face_box_iou(a, face_box_area(a), box(10.5f, 0, 20, 9, 1)), 0.0f);
 }
 
-TEST(Suppression, IdenticalCandidatesMergeIntoOne) {
-    for (int32_t type : {HARD_NMS, BLENDING_NMS}) {
-        std::vector<FaceBox> in = {box(10, 20, 50, 70, 0.8f), box(10, 20, 50, 70, 0.8f)};
-        std::vector<FaceBox> out;
-        non_maximum_suppression(in, out, type, kIou);
-        ASSERT_EQ(out.size(), 1u) << "type " << type;
-        expect_box_eq(out[0], box(10, 20, 50, 70, 0.8f));
+TEST(Suppression, MergesOnlyAboveTheThresholdIdenticalAndTouchingBoxesIncluded) {
+    const struct {
+        FaceBox a, b;
+        float iou;
+        size_t out;
+    } cases[] = {
+        {box(10, 20, 50, 70, 0.8f), box(10, 20, 50, 70, 0.8f), kIou, 1},  // identical: IoU 1
+        {box(0, 0, 9, 9, 0.9f), box(0, 0, 9, 4, 0.8f), 0.5f, 2},          // IoU exactly 0.5: kept apart
+        {box(0, 0, 9, 9, 0.9f), box(0, 0, 9, 4, 0.8f), 0.49f, 1},
+        {box(0, 0, 9, 9, 0.9f), box(0, 9, 9, 18, 0.8f), 0.05f, 1},  // touching edges share a row
+    };
+    for (const auto &c : cases) {
+        for (int32_t type : {HARD_NMS, BLENDING_NMS}) {
+            std::vector<FaceBox> in = {c.a, c.b};
+            std::vector<FaceBox> out;
+            non_maximum_suppression(in, out, type, c.iou);
+            ASSERT_EQ(out.size(), c.out) << "type " << type << ", threshold " << c.iou;
+            if (type == HARD_NMS) {
+                expect_box_eq(out[0], c.a);
+            }
+        }
     }
-}
-
-TEST(Suppression, OverlapMustBeStrictlyAboveTheThreshold) {
-    // b lies inside a and covers half of it: IoU 50/100 exactly.
-    const FaceBox a = box(0, 0, 9, 9, 0.9f);
-    const FaceBox b = box(0, 0, 9, 4, 0.8f);
-    std::vector<FaceBox> in = {a, b};
-    std::vector<FaceBox> out;
-    non_maximum_suppression(in, out, HARD_NMS, 0.5f);
-    EXPECT_EQ(out.size(), 2u);
-    out.clear();
-    non_maximum_suppression(in, out, HARD_NMS, 0.49f);
-    EXPECT_EQ(out.size(), 1u);
-}
-
-TEST(Suppression, TouchingBoxesMergeWhenTheThresholdIsLowEnough) {
-    std::vector<FaceBox> in = {box(0, 0, 9, 9, 0.9f), box(0, 9, 9, 18, 0.8f)};
-    std::vector<FaceBox> out;
-    non_maximum_suppression(in, out, HARD_NMS, 0.05f);
-    ASSERT_EQ(out.size(), 1u);
-    expect_box_eq(out[0], box(0, 0, 9, 9, 0.9f));
 }
 
 TEST(Suppression, HardKeepsTheBestScoredSeedUnchanged) {
@@ -80,14 +69,6 @@ TEST(Suppression, HardKeepsTheBestScoredSeedUnchanged) {
     EXPECT_EQ(in[2].score, 0.7f);
 }
 
-TEST(Suppression, BlendingEqualScoresGivesTheExactAverageBox) {
-    std::vector<FaceBox> in = {box(10, 20, 50, 60, 0.75f), box(14, 22, 54, 66, 0.75f)};
-    std::vector<FaceBox> out;
-    non_maximum_suppression(in, out, BLENDING_NMS, kIou);
-    ASSERT_EQ(out.size(), 1u);
-    expect_box_eq(out[0], box(12, 21, 52, 63, 0.75f));
-}
-
 TEST(Suppression, BlendingWeightsBySoftmaxAndStaysBelowTheBestScore) {
     const FaceBox best = box(10, 10, 50, 50, 0.99f);
     const FaceBox other = box(14, 14, 54, 54, 0.66f);
@@ -95,6 +76,12 @@ TEST(Suppression, BlendingWeightsBySoftmaxAndStaysBelowTheBestScore) {
     std::vector<FaceBox> out;
     non_maximum_suppression(in, out, BLENDING_NMS, kIou);
     ASSERT_EQ(out.size(), 1u);
+    // Equal scores: the exact average box.
+    std::vector<FaceBox> equal = {box(10, 20, 50, 60, 0.75f), box(14, 22, 54, 66, 0.75f)};
+    std::vector<FaceBox> average;
+    non_maximum_suppression(equal, average, BLENDING_NMS, kIou);
+    ASSERT_EQ(average.size(), 1u);
+    expect_box_eq(average[0], box(12, 21, 52, 63, 0.75f));
     const float wBest = std::exp(0.99f) / (std::exp(0.99f) + std::exp(0.66f));
     EXPECT_NEAR(out[0].x1, 10 * wBest + 14 * (1 - wBest), 1e-4);
     EXPECT_NEAR(out[0].score, 0.99f * wBest + 0.66f * (1 - wBest), 1e-6);
@@ -137,32 +124,15 @@ TEST(Suppression, OutputComesInDescendingOrderOfTheSeedScores) {
     }
 }
 
-TEST(Suppression, ResultsAreAppendedAndScratchIsReusable) {
-    NmsScratch scratch;
-    std::vector<FaceBox> out = {box(1, 2, 3, 4, 0.5f)};
-    std::vector<FaceBox> in = {box(0, 0, 40, 40, 0.8f), box(100, 0, 140, 40, 0.9f)};
-    non_maximum_suppression(in, out, BLENDING_NMS, kIou, scratch);
-    ASSERT_EQ(out.size(), 3u);
-    EXPECT_EQ(out[0].score, 0.5f);
-    std::vector<FaceBox> again = {box(0, 0, 40, 40, 0.8f)};
-    std::vector<FaceBox> out2;
-    non_maximum_suppression(again, out2, BLENDING_NMS, kIou, scratch);
-    ASSERT_EQ(out2.size(), 1u);
-    expect_box_eq(out2[0], box(0, 0, 40, 40, 0.8f));
-}
-
-TEST(Suppression, UnknownTypeWithNoCandidatesReturnsQuietly) {
-    std::vector<FaceBox> in, out;
-    non_maximum_suppression(in, out, 3, kIou);
-    EXPECT_TRUE(out.empty());
-}
-
 TEST(SuppressionDeathTest, UnknownTypeWithCandidatesEndsTheProcess) {
     // The default (fork only) style: the "threadsafe" one re-executes the
     // binary, which user-mode emulation of the ARM build cannot do, and this
     // binary starts no threads.
+    // With no candidates the type is never looked at.
+    std::vector<FaceBox> none, out;
+    non_maximum_suppression(none, out, 3, kIou);
+    EXPECT_TRUE(out.empty());
     std::vector<FaceBox> in = {box(0, 0, 10, 10, 0.9f)};
-    std::vector<FaceBox> out;
     // The text goes to stdout; send stdout to stderr to see it.
     EXPECT_EXIT(
         {
