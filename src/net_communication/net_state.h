@@ -34,6 +34,11 @@ struct NetState {
     std::atomic<uint8_t> featureStopRequest{0};
     std::atomic<int> featureFd{0};
     std::atomic<uint8_t> featureRxRunning{0};
+    // Packets the camera did not take, and whether the last send was one of
+    // them (camera_send then stops waiting for room in the camera's queue).
+    std::atomic<bool> cameraDropping{false};
+    std::atomic<uint64_t> cameraDropped{0};
+    uint64_t cameraDroppedAtStart = 0;  // cameraDropped when the current run of drops began
     pthread_t controlThread{};
     pthread_t featureThread{};
 };

@@ -1,7 +1,10 @@
 // The platform wrappers' lines and results, stream start and stop, and the
 // overlay palette, on the host platform.
 #include <pthread.h>
+#include <sys/shm.h>
+#include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -20,6 +23,21 @@
 #include "temp_dir.h"
 
 namespace {
+
+// The frame thread started here opens the segment and the trace file: both go
+// to this process's own key and folder, never the camera's 0x1123 and /dev.
+TempDir &private_runtime() {
+    static TempDir dir;
+    return dir;
+}
+key_t private_key() {
+    return static_cast<key_t>(0x54000000 + (getpid() & 0x3fffff));
+}
+const bool kPrivateRuntime = [] {
+    setenv("FACEDET_RUNTIME_DIR", private_runtime().path().c_str(), 1);
+    setenv("FACEDET_SHM_KEY", std::to_string(private_key()).c_str(), 1);
+    return true;
+}();
 
 // One host platform session, with or without a frame source.
 class HostSession {
@@ -56,6 +74,10 @@ class WrappersWithSource : public ::testing::Test {
         session_.reset();
         g_stream_stauts[0].u32Enable = 0;
         g_exit_all_flag = 0;
+        const int id = shmget(private_key(), 0, 0);
+        if (id >= 0) {
+            shmctl(id, IPC_RMID, nullptr);
+        }
     }
     TempDir dir_;
     std::unique_ptr<HostSession> session_;
