@@ -154,18 +154,20 @@ bool destination_is_a_stray(const sockaddr_un &destination) {
 void note_send_result(NetState &state, const sockaddr_un &destination, ssize_t ret, int error) {
     if (ret >= 0) {
         if (state.cameraDropping.exchange(false)) {
-            printf("camera_send: the camera takes packets again, %llu dropped\n",
-                   static_cast<unsigned long long>(state.cameraDropped.load() - state.cameraDroppedAtStart));
+            traceout(
+                "[%s %s +%-4d %s] camera takes packets again, %llu dropped\n", trace_time_string(),
+                kNetTraceSource, __LINE__, "camera_send",
+                static_cast<unsigned long long>(state.cameraDropped.load() - state.cameraDroppedAtStart));
         }
         return;
     }
     ++state.cameraDropped;
     if (!state.cameraDropping.exchange(true)) {
         state.cameraDroppedAtStart = state.cameraDropped.load() - 1;
-        printf("camera_send: the camera takes no packets (%s), dropping them until it does\n",
-               strerror(error));
+        traceout("[%s %s +%-4d %s] camera takes no packets (%s), dropping them until it does\n",
+                 trace_time_string(), kNetTraceSource, __LINE__, "camera_send", strerror(error));
     }
-    if (error != EAGAIN && error != EWOULDBLOCK && error != EINTR && destination_is_a_stray(destination)) {
+    if (destination_is_a_stray(destination)) {
         net_set_path(state.featureCameraAddr, featureCamera_path);
     }
 }
