@@ -11,6 +11,7 @@
 #include <sys/un.h>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <mutex>
 
@@ -44,6 +45,12 @@ struct NetState {
 };
 
 NetState &net_state();
+
+// What the control receive thread does with one received datagram of
+// `received` bytes in a cleared `buffer` of `capacity` (at least 2) bytes: takes its first
+// two bytes into MsgBuf, ignores it when empty, or ends the thread.
+enum class ControlTake { Taken, Empty, EndThread };
+ControlTake control_take_datagram(const uint8_t *buffer, size_t capacity, ssize_t received);
 
 // Copies the first `length` bytes of `from` over `record`, under the lock:
 // what recvfrom does when it writes the sender straight into the record.
