@@ -2,15 +2,16 @@
 # Installs the Debian packages that building and testing faceDet need.
 # Usage: scripts/install-deps.sh [main|test]
 #   main  what the daemon and its host platform need (default)
-#   test  that, plus the cross compiler and emulator of the camera build and
-#         the browser that checks the replay report
+#   test  that, plus the cross compiler and emulator of the camera build, the
+#         browser that checks the replay report, clang and libFuzzer for the
+#         fuzz targets, and matplotlib for the soak plot
 set -euo pipefail
 
 what=${1:-main}
 packages=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev googletest libbenchmark-dev
           libopencv-dev clang-format binutils)
 if [[ $what == test ]]; then
-  packages+=(g++-arm-linux-gnueabihf qemu-user chromium)
+  packages+=(g++-arm-linux-gnueabihf qemu-user chromium clang-14 libfuzzer-14-dev python3-matplotlib)
 fi
 
 missing=()
