@@ -448,6 +448,7 @@ const FaultRow kRows[] = {
          }
      },
      [](Faults &f) {
+         EXPECT_EQ(count_of(f.daemon->err(), "face detector: cannot load model ./slim-320"), 1u) << f.log();
          ASSERT_TRUE(send_datagram(f.dir + "/sin_addr.socket", {0x01, 0x01}));
          EXPECT_TRUE(f.wait_count(" ******** invoke time", 10));
      }},
@@ -458,6 +459,7 @@ const FaultRow kRows[] = {
          }
      },
      [](Faults &f) {
+         EXPECT_EQ(count_of(f.daemon->err(), "face detector: cannot load model ./slim-320"), 1u) << f.log();
          ASSERT_TRUE(send_datagram(f.dir + "/sin_addr.socket", {0x01, 0x01}));
          EXPECT_TRUE(f.wait_count(" ******** invoke time", 10));
      }},
