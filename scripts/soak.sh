@@ -91,7 +91,10 @@ while true; do
   fds=$(ls "/proc/$daemon/fd" | wc -l)
   ticks=$(awk '{print $14 + $15}' "/proc/$daemon/stat")
   cpu=$(awk -v d=$((ticks - prev_ticks)) -v s=$((t - prev_t)) -v hz="$hz" 'BEGIN{printf "%.1f", 100 * d / hz / s}')
-  frames=$(cat "$run/frames" 2>/dev/null || echo 0)
+  # awk rewrites the file in place: an empty read keeps the last count.
+  frames=$(cat "$run/frames" 2>/dev/null || true)
+  frames=${frames:-${prev_frames:-0}}
+  prev_frames=$frames
   prev_ticks=$ticks
   prev_t=$t
   echo "$t,$rss,$fds,$threads,$cpu,$frames" >>"$out/soak.csv"

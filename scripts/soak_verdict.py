@@ -29,7 +29,10 @@ def main():
     if len(sys.argv) != 4:
         print(__doc__, file=sys.stderr)
         return 2
-    rows = [{k: float(v) for k, v in r.items()} for r in csv.DictReader(open(sys.argv[1]))]
+    rows = []
+    for r in csv.DictReader(open(sys.argv[1])):
+        # A field the sampler could not read keeps the previous sample's value.
+        rows.append({k: float(v) if v else (rows[-1][k] if rows else 0.0) for k, v in r.items()})
     if len(rows) < 3:
         print("verdict: fail (fewer than 3 samples)")
         return 1
