@@ -2,8 +2,9 @@
 # Installs the Debian packages that building and testing faceDet need.
 # Usage: scripts/install-deps.sh [main|test]
 #   main  what the daemon and its host platform need (default)
-#   test  that, plus the cross compiler and emulator of the camera build and
-#         the browser that checks the replay report, and what checks the
+#   test  that, plus the cross compiler and emulator of the camera build, the
+#         browser that checks the replay report, clang and libFuzzer for the
+#         fuzz targets, matplotlib for the soak plot, and what checks the
 #         camera's start-up files: systemd-analyze (the package only, it does
 #         not become the init) and BusyBox's shell and tools
 set -euo pipefail
@@ -12,7 +13,7 @@ what=${1:-main}
 packages=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev googletest libbenchmark-dev
           libopencv-dev clang-format binutils)
 if [[ $what == test ]]; then
-  packages+=(g++-arm-linux-gnueabihf qemu-user chromium systemd busybox)
+  packages+=(g++-arm-linux-gnueabihf qemu-user chromium systemd busybox clang-14 libfuzzer-14-dev python3-matplotlib)
 fi
 
 missing=()

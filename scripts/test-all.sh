@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Every test: installs what is missing, then builds and runs the release,
-# AddressSanitizer and ThreadSanitizer suites, the ARM unit tests under qemu, and
-# the ARM package started under qemu by its start-up script.
+# AddressSanitizer and ThreadSanitizer suites, the ARM unit tests under qemu and
+# the ARM package started under qemu by its start-up script; then each fuzz
+# target for a short regression run from its seeds, and a 3-minute soak of the
+# realtime daemon with its peers.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -24,4 +26,8 @@ for preset in release asan tsan arm; do
 done
 echo "=== arm package under qemu ==="
 ctest --test-dir build/arm -L install --output-on-failure
+echo "=== fuzz (regression) ==="
+scripts/fuzz.sh --seconds 25
+echo "=== soak (3 minutes) ==="
+scripts/soak.sh 3m
 echo "=== all suites passed ==="

@@ -69,13 +69,39 @@ void zero_time_stamps() {
     time_PTZ = lastTime = newTime = Present_Time = 0;
 }
 
-// Waits up to 2 s for a frame on fd. True when one can be taken.
+// A signal lands on any thread, so the frame thread's own waits are cut into
+// slices that look at the exit flag: SIGINT or SIGTERM ends the daemon well
+// within 2 s even while the source is stalled or the thread is starting.
+constexpr long kExitCheckMicros = 100000;
+
+bool exit_requested() {
+    return g_exit_all_flag.load(std::memory_order_relaxed) != 0;
+}
+
+// Sleeps `micros`, or less once an exit is requested.
+void sleep_unless_exiting(long micros) {
+    for (; micros > 0 && !exit_requested(); micros -= kExitCheckMicros) {
+        usleep(static_cast<useconds_t>(micros < kExitCheckMicros ? micros : kExitCheckMicros));
+    }
+}
+
+// Waits up to 2 s for a frame on fd. True when one can be taken; false on a
+// failure, the time-out, or an exit request.
 bool wait_for_frame(MI_S32 fd) {
-    fd_set readFds;
-    FD_ZERO(&readFds);
-    FD_SET(fd, &readFds);
-    struct timeval timeout = {2, 0};
-    int s32Ret = select(fd + 1, &readFds, nullptr, nullptr, &timeout);
+    int s32Ret = 0;
+    for (long waited = 0; waited < 2000000 && s32Ret == 0; waited += kExitCheckMicros) {
+        if (exit_requested()) {
+            return false;
+        }
+        fd_set readFds;
+        FD_ZERO(&readFds);
+        FD_SET(fd, &readFds);
+        struct timeval timeout = {0, kExitCheckMicros};
+        s32Ret = select(fd + 1, &readFds, nullptr, nullptr, &timeout);
+        if (s32Ret > 0) {
+            return FD_ISSET(fd, &readFds);
+        }
+    }
     if (s32Ret < 0) {
         int err = errno;
         FD_LOG(LOG_ERROR, "s32Ret = %d, select failed!\n", s32Ret);
@@ -83,11 +109,8 @@ bool wait_for_frame(MI_S32 fd) {
         usleep(30000);
         return false;
     }
-    if (s32Ret == 0) {
-        FD_LOG(LOG_ERROR, "get frame time out\n");
-        return false;
-    }
-    return FD_ISSET(fd, &readFds);
+    FD_LOG(LOG_ERROR, "get frame time out\n");
+    return false;
 }
 
 // Takes one frame, copies its two planes and gives the buffer straight back.
@@ -232,7 +255,7 @@ int next_frame_number(int frameNumber) {
 void *Get_stream_thread(void *arg) {
     QMT_Stream_Stauts_t *stream = static_cast<QMT_Stream_Stauts_t *>(arg);
     QMT_Stream_Stauts.store(stream, std::memory_order_release);
-    usleep(2000000);
+    sleep_unless_exiting(2000000);
 
     allocate_frame_buffers();
     shm_track_map_open();

@@ -22,6 +22,21 @@ void print_msg_buf() {
 
 }  // namespace
 
+ControlTake control_take_datagram(const uint8_t *buffer, size_t capacity, ssize_t received) {
+    if (received == 0) {
+        return ControlTake::Empty;
+    }
+    // The kernel cuts a longer datagram to the buffer; the check stays as a guard.
+    if (received < 0 || received > static_cast<ssize_t>(capacity)) {
+        return ControlTake::EndThread;
+    }
+    // A one-byte datagram leaves byte 1 as the cleared buffer holds it: 0.
+    MsgBuf[0] = buffer[0];
+    MsgBuf[1] = buffer[1];
+    print_msg_buf();
+    return ControlTake::Taken;
+}
+
 int detect_camera_udp_init() {
     net_paths_init();
     NetState &state = net_state();
@@ -91,16 +106,13 @@ void *udp_rx_control_main(void *unused) {
                 return reinterpret_cast<void *>(-1);
             }
             net_store_sender(state.controlAddr, sender, senderLength);
-            if (received == 0) {
-                continue;
-            }
-            // The kernel cuts a longer datagram to the buffer; the check stays as a guard.
-            if (received > static_cast<ssize_t>(sizeof buffer)) {
+            const ControlTake taken = control_take_datagram(buffer, sizeof buffer, received);
+            if (taken == ControlTake::EndThread) {
                 return reinterpret_cast<void *>(-1);
             }
-            MsgBuf[0] = buffer[0];
-            MsgBuf[1] = buffer[1];
-            print_msg_buf();
+            if (taken == ControlTake::Empty) {
+                continue;
+            }
         }
         usleep(10000);
     }

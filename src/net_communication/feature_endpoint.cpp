@@ -6,6 +6,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -16,6 +17,18 @@
 #include "visca/visca.h"
 
 namespace {
+
+// What a camera process that stops reading costs the frame loop. While the
+// camera takes packets, a send waits at most kCameraSendWaitMs for room in its
+// queue; once one packet has been dropped, later sends do not wait at all
+// until the camera takes one again, so a hung camera costs the loop nothing
+// after its first dropped packet.
+constexpr int kCameraSendWaitMs = 20;
+
+void set_send_time_limit(int fd) {
+    struct timeval limit = {0, kCameraSendWaitMs * 1000};
+    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+}
 
 // Ends the VISCA receive thread after it gave up its socket.
 void *close_feature_socket(NetState &state, int fd) {
@@ -49,6 +62,7 @@ int featureCamera_udp_init() {
     memset(&unnamed, 0, sizeof unnamed);
     unnamed.sun_family = AF_UNIX;
     bind(fd, reinterpret_cast<const sockaddr *>(&unnamed), sizeof(sa_family_t));
+    set_send_time_limit(fd);
 
     net_set_path(state.featureCameraAddr, featureCamera_path);
 
@@ -127,6 +141,39 @@ void *udp_rx_featureVISCA_main(void *unused) {
     return nullptr;
 }
 
+namespace {
+
+// A reply from another socket than the camera's path (a stray sender with an
+// abstract or different name) is stored as the destination like any reply;
+// when sends to it fail, the next packet goes to the camera's own path again.
+bool destination_is_a_stray(const sockaddr_un &destination) {
+    return featureCamera_path != nullptr &&
+           strncmp(destination.sun_path, featureCamera_path, sizeof destination.sun_path) != 0;
+}
+
+void note_send_result(NetState &state, const sockaddr_un &destination, ssize_t ret, int error) {
+    if (ret >= 0) {
+        if (state.cameraDropping.exchange(false)) {
+            traceout(
+                "[%s %s +%-4d %s] camera takes packets again, %llu dropped\n", trace_time_string(),
+                kNetTraceSource, __LINE__, "camera_send",
+                static_cast<unsigned long long>(state.cameraDropped.load() - state.cameraDroppedAtStart));
+        }
+        return;
+    }
+    ++state.cameraDropped;
+    if (!state.cameraDropping.exchange(true)) {
+        state.cameraDroppedAtStart = state.cameraDropped.load() - 1;
+        traceout("[%s %s +%-4d %s] camera takes no packets (%s), dropping them until it does\n",
+                 trace_time_string(), kNetTraceSource, __LINE__, "camera_send", strerror(error));
+    }
+    if (destination_is_a_stray(destination)) {
+        net_set_path(state.featureCameraAddr, featureCamera_path);
+    }
+}
+
+}  // namespace
+
 int camera_send(const uint8_t *buffer, int length, int target) {
     net_paths_init();
     NetState &state = net_state();
@@ -134,11 +181,15 @@ int camera_send(const uint8_t *buffer, int length, int target) {
         const int fd = state.featureFd;
         if (fd > 0) {
             sockaddr_un destination = net_load_addr(state.featureCameraAddr);
-            ssize_t ret = sendto(fd, buffer, length, 0, reinterpret_cast<const sockaddr *>(&destination),
+            const int flags = state.cameraDropping ? MSG_DONTWAIT : 0;
+            ssize_t ret = sendto(fd, buffer, length, flags, reinterpret_cast<const sockaddr *>(&destination),
                                  kUnixAddrLength);
+            const int error = errno;
             printf("ret == %d\n", static_cast<int>(ret));
             printf("featureCamera_addr.sun_family == %d\n", destination.sun_family);
+            note_send_result(state, destination, ret, error);
             if (ret < 0) {
+                errno = error;
                 perror("sendto");
                 return -1;
             }

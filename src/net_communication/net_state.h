@@ -11,6 +11,7 @@
 #include <sys/un.h>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <mutex>
 
@@ -34,11 +35,22 @@ struct NetState {
     std::atomic<uint8_t> featureStopRequest{0};
     std::atomic<int> featureFd{0};
     std::atomic<uint8_t> featureRxRunning{0};
+    // Packets the camera did not take, and whether the last send was one of
+    // them (camera_send then stops waiting for room in the camera's queue).
+    std::atomic<bool> cameraDropping{false};
+    std::atomic<uint64_t> cameraDropped{0};
+    uint64_t cameraDroppedAtStart = 0;  // cameraDropped when the current run of drops began
     pthread_t controlThread{};
     pthread_t featureThread{};
 };
 
 NetState &net_state();
+
+// What the control receive thread does with one received datagram of
+// `received` bytes in a cleared `buffer` of `capacity` (at least 2) bytes: takes its first
+// two bytes into MsgBuf, ignores it when empty, or ends the thread.
+enum class ControlTake { Taken, Empty, EndThread };
+ControlTake control_take_datagram(const uint8_t *buffer, size_t capacity, ssize_t received);
 
 // Copies the first `length` bytes of `from` over `record`, under the lock:
 // what recvfrom does when it writes the sender straight into the record.

@@ -288,7 +288,9 @@ SimLog parse_sim_log(const std::string &text) {
         }
         std::string event;
         double t = 0;
-        if (!json_string(line, "event", &event) || !json_number(line, "t_us", &t)) {
+        // A time that no 64-bit count of microseconds holds marks a broken line.
+        if (!json_string(line, "event", &event) || !json_number(line, "t_us", &t) ||
+            !(std::fabs(t) < 9.0e18)) {
             continue;
         }
         if (event == "start") {

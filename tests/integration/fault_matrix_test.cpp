@@ -1,0 +1,524 @@
+// Faults from outside the process against the real daemon, one row each: the
+// camera's control process, the control socket, the shared segment, the
+// runtime folder and trace file, the frame source, the model, and signals.
+// After every fault the daemon must still analyse frames, obey the control
+// socket (unless the row says why it cannot), and end with status 0 within
+// 2 s of SIGTERM.
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/shm.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstring>
+#include <functional>
+#include <random>
+#include <thread>
+
+#include "daemon_fixture.h"
+#include "share_memory/share_memory.h"
+#include "share_memory/shm_lock.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+sockaddr_un unix_address(const std::string &path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    snprintf(address.sun_path, sizeof address.sun_path, "%s", path.c_str());
+    return address;
+}
+
+// Sends one datagram; with `wait`, retries while the receiver's queue is full.
+bool send_datagram(const std::string &path, const Bytes &bytes, bool wait = true) {
+    const int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
+    const sockaddr_un to = unix_address(path);
+    ssize_t sent = -1;
+    for (int tries = 0; tries < (wait ? 500 : 1); ++tries) {
+        sent = sendto(fd, bytes.data(), bytes.size(), MSG_DONTWAIT, reinterpret_cast<const sockaddr *>(&to),
+                      sizeof to);
+        if (sent >= 0 || errno != EAGAIN) {
+            break;
+        }
+        usleep(10000);
+    }
+    close(fd);
+    return sent >= 0;
+}
+
+// The camera's control process as the test plays it: bound to the camera's
+// path, it answers each packet with what `answer` returns, or reads nothing
+// while hung.
+class CameraPeer {
+  public:
+    using Answer = std::function<std::vector<Bytes>(const Bytes &)>;
+    CameraPeer(const std::string &path, Answer answer, bool hung)
+        : path_(path), answer_(std::move(answer)), hung_(hung) {
+        fd_ = socket(AF_UNIX, SOCK_DGRAM, 0);
+        unlink(path.c_str());
+        const sockaddr_un own = unix_address(path);
+        bind(fd_, reinterpret_cast<const sockaddr *>(&own), sizeof own);
+        thread_ = std::thread([this] { run(); });
+    }
+    ~CameraPeer() {
+        stop_ = true;
+        thread_.join();
+        close(fd_);
+        unlink(path_.c_str());
+    }
+    void resume() { hung_ = false; }
+    int packets() const { return packets_; }
+    // Sends `bytes` to the daemon from a socket of its own, then closes it.
+    void reply_from_a_stray(const Bytes &bytes) {
+        const int stray = socket(AF_UNIX, SOCK_DGRAM, 0);
+        sockaddr_un any{};
+        any.sun_family = AF_UNIX;
+        bind(stray, reinterpret_cast<const sockaddr *>(&any), sizeof(sa_family_t));  // an abstract name
+        std::lock_guard<std::mutex> guard(lock_);
+        sendto(stray, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr *>(&daemon_),
+               daemonLength_);
+        close(stray);
+    }
+
+  private:
+    void run() {
+        std::vector<uint8_t> buffer(70000);
+        while (!stop_) {
+            pollfd p{fd_, POLLIN, 0};
+            if (hung_ || poll(&p, 1, 20) <= 0) {
+                usleep(hung_ ? 20000 : 0);
+                continue;
+            }
+            sockaddr_un from{};
+            socklen_t length = sizeof from;
+            const ssize_t n =
+                recvfrom(fd_, buffer.data(), buffer.size(), 0, reinterpret_cast<sockaddr *>(&from), &length);
+            if (n < 0) {
+                continue;
+            }
+            {
+                std::lock_guard<std::mutex> guard(lock_);
+                daemon_ = from;
+                daemonLength_ = length;
+            }
+            ++packets_;
+            for (const Bytes &reply : answer_(Bytes(buffer.begin(), buffer.begin() + n))) {
+                sendto(fd_, reply.data(), reply.size(), MSG_DONTWAIT,
+                       reinterpret_cast<const sockaddr *>(&from), length);
+            }
+        }
+    }
+
+    std::string path_;
+    Answer answer_;
+    std::atomic<bool> hung_;
+    std::atomic<bool> stop_{false};
+    std::atomic<int> packets_{0};
+    int fd_ = -1;
+    std::mutex lock_;
+    sockaddr_un daemon_{};
+    socklen_t daemonLength_ = 0;
+    std::thread thread_;
+};
+
+std::vector<Bytes> acknowledge(const Bytes &) {
+    return {{0x90, 0x41, 0xFF}, {0x90, 0x51, 0xFF}};
+}
+
+// A process that takes the segment's lock and keeps it: stopped, or killed
+// while holding it.
+pid_t lock_holder(key_t key) {
+    const pid_t pid = fork();
+    if (pid == 0) {
+        const int id = shmget(key, 0, 0);
+        auto *map = id < 0 ? nullptr : static_cast<TrackShareMap *>(shmat(id, nullptr, 0));
+        if (map == nullptr || map == reinterpret_cast<TrackShareMap *>(-1)) {
+            _exit(1);
+        }
+        timespec far{};
+        clock_gettime(CLOCK_REALTIME, &far);
+        far.tv_sec += 60;
+        shm_lock_until(&map->mutex, far);
+        raise(SIGSTOP);  // held; a SIGCONT lets go
+        shm_lock_release(&map->mutex);
+        _exit(0);
+    }
+    waitpid(pid, nullptr, WUNTRACED);
+    return pid;
+}
+
+void reap(pid_t pid) {
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+}
+
+// A tmpfs of `kilobytes` at `path`, or false where the machine does not allow mounts.
+bool mount_tmpfs(const std::string &path, int kilobytes, bool readOnly) {
+    mkdir(path.c_str(), 0755);
+    const std::string options = "size=" + std::to_string(kilobytes) + "k";
+    return mount("tmpfs", path.c_str(), "tmpfs", readOnly ? MS_RDONLY : 0, options.c_str()) == 0;
+}
+
+const char kDropStart[] = "camera takes no packets (";
+const char kDropEnd[] = "camera takes packets again, ";
+const char kLockLine[] = "@@@@@@@@@@@@@@@@@@@@@@@@@@@@";
+const char kFrameLine[] = "--------------frameNumber = ";
+
+}  // namespace
+
+// What a row works with: the daemon's folder and key, the peers it starts,
+// and what it leaves to undo.
+struct Faults {
+    Faults(const std::string &work, const std::map<std::string, std::string> &daemonEnv)
+        : workDir(work),
+          dir(daemonEnv.at("FACEDET_RUNTIME_DIR")),
+          key(static_cast<key_t>(std::stoi(daemonEnv.at("FACEDET_SHM_KEY")))),
+          env(daemonEnv) {
+        env["FACEDET_LOOP"] = "1";
+    }
+    std::string workDir;  // the daemon's working folder (model files)
+    std::string dir;      // runtime folder (sockets, trace file)
+    key_t key;
+    std::map<std::string, std::string> env;
+    ChildProcess *daemon = nullptr;
+    std::unique_ptr<CameraPeer> camera;
+    std::vector<std::unique_ptr<ChildProcess>> children;
+    std::vector<std::function<void()>> undo;
+    std::string skip;  // set when the machine cannot stage the fault
+
+    std::string log() const { return daemon->out() + daemon->err(); }
+    size_t frames() const { return count_of(daemon->out(), kFrameLine); }
+    // Waits until `text` has occurred at least `times` times in the daemon's output.
+    bool wait_count(const std::string &text, size_t times, std::chrono::milliseconds limit = 20s) const {
+        const auto end = std::chrono::steady_clock::now() + limit;
+        while (count_of(log(), text) < times) {
+            if (std::chrono::steady_clock::now() > end) {
+                return false;
+            }
+            usleep(20000);
+        }
+        return true;
+    }
+    bool keeps_analysing(size_t more = 15) const { return wait_count(kFrameLine, frames() + more); }
+    void start_camera(CameraPeer::Answer answer = acknowledge, bool hung = false) {
+        camera = std::make_unique<CameraPeer>(dir + "/featureCamera_addr.socket", std::move(answer), hung);
+    }
+    std::unique_ptr<ChildProcess> camera_sim(const std::string &log) const {
+        ChildProcess::Options options;
+        options.args = {"--runtime-dir", dir, "--log", dir + "/" + log};
+        options.workDir = dir;
+        return std::make_unique<ChildProcess>(CAMERA_SIM_BIN, options);
+    }
+};
+
+struct FaultRow {
+    const char *name;
+    std::function<void(Faults &)> before;  // staged before the daemon starts
+    std::function<void(Faults &)> during;  // once frames are analysed; asserts what must hold
+    bool obeysControl = true;              // false: the row documents why it cannot
+};
+
+void PrintTo(const FaultRow &row, std::ostream *os) {
+    *os << row.name;
+}
+
+class FaultMatrix : public DaemonTest, public ::testing::WithParamInterface<FaultRow> {};
+
+TEST_P(FaultMatrix, DaemonSurvivesAndStopsInOrder) {
+    const FaultRow &row = GetParam();
+    Faults f(dir_.path(), daemon_env());
+    if (row.before) {
+        row.before(f);
+    }
+    if (!f.skip.empty()) {
+        GTEST_SKIP() << f.skip;
+    }
+    f.env["FACEDET_RUNTIME_DIR"] = f.dir;
+    auto daemon = start(f.env);
+    f.daemon = daemon.get();
+    ASSERT_TRUE(f.wait_count(std::string(kFrameLine) + "12-", 1, 60s)) << f.log();
+    if (row.during) {
+        row.during(f);
+    }
+    EXPECT_TRUE(f.keeps_analysing()) << "frames stopped";
+
+    if (row.obeysControl) {
+        ASSERT_TRUE(send_datagram(f.dir + "/sin_addr.socket", {0x01, 0x02}));
+        EXPECT_TRUE(f.wait_count("MsgBuf[1] == 0x2", 1, 10s)) << "control not obeyed";
+    }
+    const auto signalled = std::chrono::steady_clock::now();
+    daemon->signal(SIGTERM);
+    EXPECT_EQ(daemon->wait_exit(5s), 0) << f.log().substr(0, 4000);
+    EXPECT_LT(std::chrono::steady_clock::now() - signalled, 2s);
+    EXPECT_EQ(count_of(daemon->out(), "QMT_Video_Stream_Stop succeed!"), 1u);
+    f.camera.reset();
+    for (auto it = f.undo.rbegin(); it != f.undo.rend(); ++it) {
+        (*it)();
+    }
+}
+
+const FaultRow kRows[] = {
+    // ------------------------------------------------------ the camera's control process
+    {"CameraAbsent", nullptr,
+     [](Faults &f) {
+         EXPECT_TRUE(f.keeps_analysing());
+         EXPECT_EQ(count_of(f.log(), kDropStart), 1u) << "one line when drops begin, not one per packet";
+     }},
+    {"CameraHungThenReadingAgain", [](Faults &f) { f.start_camera(acknowledge, true); },
+     [](Faults &f) {
+         ASSERT_TRUE(f.wait_count(kDropStart, 1)) << f.log();
+         EXPECT_TRUE(f.keeps_analysing(30));
+         f.camera->resume();
+         ASSERT_TRUE(f.wait_count(kDropEnd, 1)) << "moves reach the camera again";
+         const int seen = f.camera->packets();
+         EXPECT_TRUE(f.keeps_analysing());
+         EXPECT_GT(f.camera->packets(), seen + 5);
+         EXPECT_EQ(count_of(f.log(), kDropStart), 1u);
+     }},
+    {"CameraKilledAndRestarted", [](Faults &f) { f.children.push_back(f.camera_sim("camera1.log")); },
+     [](Faults &f) {
+         f.children.back()->signal(SIGKILL);
+         f.children.back()->wait_exit(5s);
+         ASSERT_TRUE(f.wait_count(kDropStart, 1)) << f.log();
+         f.children.push_back(f.camera_sim("camera2.log"));
+         ASSERT_TRUE(f.wait_count(kDropEnd, 1)) << f.log();
+         EXPECT_TRUE(f.keeps_analysing());
+         EXPECT_GT(count_of(read_file(f.dir + "/camera2.log"), "\"event\":\"rx\""), 5u);
+     }},
+    {"CameraAnswersGarbageOfEveryLength",
+     [](Faults &f) {
+         auto random = std::make_shared<std::mt19937>(11);
+         f.start_camera([random](const Bytes &) {
+             Bytes junk((*random)() % 300);
+             for (uint8_t &b : junk) {
+                 b = static_cast<uint8_t>((*random)());
+             }
+             return std::vector<Bytes>{junk, {0x90, 0x50}, {}, Bytes(12, 0xFF)};
+         });
+     },
+     [](Faults &f) {
+         EXPECT_TRUE(f.keeps_analysing());
+         EXPECT_GT(f.camera->packets(), 10) << "packets still reach the camera";
+     }},
+    {"CameraAnswersOversizedReplies",
+     [](Faults &f) { f.start_camera([](const Bytes &) { return std::vector<Bytes>{Bytes(65000, 0x90)}; }); },
+     [](Faults &f) { EXPECT_TRUE(f.keeps_analysing()); }},
+    {"CameraFloodsReplies",
+     [](Faults &f) {
+         f.start_camera([](const Bytes &) { return std::vector<Bytes>(200, Bytes{0x90, 0x50, 0x01, 0xFF}); });
+     },
+     [](Faults &f) { EXPECT_TRUE(f.keeps_analysing(30)); }},
+    {"UnsolicitedReplyFromAStraySocket",
+     // A camera that never answers, so that only the stray names the destination.
+     [](Faults &f) { f.start_camera([](const Bytes &) { return std::vector<Bytes>{}; }); },
+     [](Faults &f) {
+         // The daemon takes the stray as its camera; once sends there fail it
+         // goes back to the camera's own path.
+         f.camera->reply_from_a_stray({0x90, 0x41, 0xFF});
+         ASSERT_TRUE(f.wait_count(kDropEnd, 1)) << f.log();
+         const int seen = f.camera->packets();
+         EXPECT_TRUE(f.keeps_analysing());
+         EXPECT_GT(f.camera->packets(), seen);
+     }},
+    // ------------------------------------------------------ the control socket
+    {"ControlDatagramsOfEveryLength", nullptr,
+     [](Faults &f) {
+         for (size_t length : {0, 1, 2, 3, 127, 128, 129, 255, 256, 4096, 65000}) {
+             EXPECT_TRUE(send_datagram(f.dir + "/sin_addr.socket", Bytes(length, 0x01))) << length;
+         }
+         ASSERT_TRUE(send_datagram(f.dir + "/sin_addr.socket", {0x01, 0x01}));
+         EXPECT_TRUE(f.wait_count(" ******** invoke time", 3)) << "run obeyed after the junk";
+     }},
+    {"ControlFlood", nullptr,
+     [](Faults &f) {
+         const int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
+         const sockaddr_un to = unix_address(f.dir + "/sin_addr.socket");
+         for (int i = 0; i < 100000; ++i) {
+             const uint8_t bytes[2] = {0x01, static_cast<uint8_t>(i & 1)};
+             sendto(fd, bytes, sizeof bytes, MSG_DONTWAIT, reinterpret_cast<const sockaddr *>(&to),
+                    sizeof to);
+         }
+         close(fd);
+     }},
+    // ------------------------------------------------------ the shared segment
+    {"SegmentPreExistingWithTheWrongSize",
+     [](Faults &f) { ASSERT_GE(shmget(f.key, 64, IPC_CREAT | 0666), 0); },
+     [](Faults &f) { EXPECT_EQ(count_of(f.daemon->out(), "fail to shmget"), 1u); }},
+    {"SegmentScribbledOver", nullptr,
+     [](Faults &f) {
+         auto *map = static_cast<uint8_t *>(shmat(shmget(f.key, 0, 0), nullptr, 0));
+         ASSERT_NE(map, reinterpret_cast<uint8_t *>(-1));
+         std::mt19937 random(5);
+         for (int i = 0; i < kTrackMapBytes; ++i) {
+             map[i] = static_cast<uint8_t>(random());
+         }
+         shmdt(map);
+     }},
+    {"SegmentRemovedMidRun", nullptr,
+     [](Faults &f) { ASSERT_EQ(shmctl(shmget(f.key, 0, 0), IPC_RMID, nullptr), 0); }},
+    {"LockHeldByAPeerThatWasKilled", nullptr,
+     [](Faults &f) {
+         reap(lock_holder(f.key));
+         const size_t before = count_of(f.daemon->out(), kLockLine);
+         EXPECT_TRUE(f.keeps_analysing());
+         EXPECT_GT(count_of(f.daemon->out(), kLockLine), before + 5) << "every frame gives up after 3 ms";
+     }},
+    {"LockHeldByAStoppedPeerThatGoesOn", nullptr,
+     [](Faults &f) {
+         const pid_t holder = lock_holder(f.key);
+         EXPECT_TRUE(f.keeps_analysing());
+         kill(holder, SIGCONT);
+         waitpid(holder, nullptr, 0);
+         usleep(200000);
+         const size_t held = count_of(f.daemon->out(), kLockLine);
+         EXPECT_GT(held, 5u);
+         EXPECT_TRUE(f.keeps_analysing());
+         EXPECT_EQ(count_of(f.daemon->out(), kLockLine), held) << "the lock is taken again once free";
+     }},
+    // ------------------------------------------------------ runtime folder and trace file
+    {"RuntimeFolderReadOnly",
+     [](Faults &f) {
+         f.dir += "/ro";
+         if (!mount_tmpfs(f.dir, 64, true)) {
+             f.skip = "no tmpfs mounts here";
+         }
+         const std::string dir = f.dir;
+         f.undo.push_back([dir] { umount(dir.c_str()); });
+     },
+     [](Faults &f) { EXPECT_NE(f.log().find("bind: Read-only file system"), std::string::npos); },
+     false},  // the control endpoint cannot bind: no control until restarted
+    {"SocketsDeletedWhileRunning", [](Faults &f) { f.start_camera(); },
+     [](Faults &f) {
+         unlink((f.dir + "/sin_addr.socket").c_str());
+         unlink((f.dir + "/featureCamera_addr.socket").c_str());
+         ASSERT_TRUE(f.wait_count(kDropStart, 1)) << f.log();
+         EXPECT_TRUE(f.keeps_analysing());
+     },
+     false},  // the control socket's name is gone: control comes back with a restart
+    {"TraceFileDeleted", [](Faults &f) { f.start_camera(acknowledge, true); },
+     [](Faults &f) {
+         ASSERT_TRUE(f.wait_count(kDropStart, 1));
+         ASSERT_EQ(unlink((f.dir + "/qmt_autoframe.log").c_str()), 0);
+         f.camera->resume();
+         ASSERT_TRUE(f.wait_count(kDropEnd, 1));
+         EXPECT_TRUE(f.wait_count("stat ERR", 1)) << "the trace goes on in a new file";
+         EXPECT_TRUE(file_exists(f.dir + "/qmt_autoframe.log"));
+     }},
+    {"TraceFileUnwritable",
+     [](Faults &f) {
+         mkdir((f.dir + "/qmt_autoframe.log").c_str(), 0755);  // not even root writes a folder
+     },
+     [](Faults &f) { EXPECT_TRUE(f.wait_count(kDropStart, 1)); }},
+    {"TraceFileOnAFullFileSystem",
+     [](Faults &f) {
+         f.dir += "/full";
+         if (!mount_tmpfs(f.dir, 16, false)) {
+             f.skip = "no tmpfs mounts here";
+             return;
+         }
+         const std::string dir = f.dir;
+         f.undo.push_back([dir] { umount(dir.c_str()); });
+         const int fd = open((dir + "/filler").c_str(), O_WRONLY | O_CREAT, 0644);
+         const std::string block(1024, 'x');
+         while (write(fd, block.data(), block.size()) > 0) {
+         }
+         close(fd);
+     },
+     [](Faults &f) { EXPECT_TRUE(f.wait_count(kDropStart, 1)); }},
+    // ------------------------------------------------------ frame source and model
+    {"SourceStalled", [](Faults &f) { f.env["FACEDET_FAULTS"] = "stall=3@60"; },
+     [](Faults &f) { EXPECT_TRUE(f.wait_count("get frame time out", 1)); }},
+    {"GetBufAndPutBufFailing",
+     [](Faults &f) { f.env["FACEDET_FAULTS"] = "getbuf_fail_every=4,putbuf_fail_every=3"; },
+     [](Faults &f) {
+         EXPECT_TRUE(f.wait_count("MI_SYS_ChnOutputPortGetBuf Failed", 5));
+         EXPECT_TRUE(f.wait_count("Release Frame Failed", 5));
+     }},
+    {"ModelMissing",
+     [](Faults &f) {
+         for (const char *name : {"slim-320-quant-ADMM-50.mnn", "slim-320.onnx"}) {
+             symlink("missing-model", (f.workDir + "/" + name).c_str());
+         }
+     },
+     [](Faults &f) {
+         EXPECT_EQ(count_of(f.daemon->err(), "face detector: cannot load model ./slim-320"), 1u) << f.log();
+         ASSERT_TRUE(send_datagram(f.dir + "/sin_addr.socket", {0x01, 0x01}));
+         EXPECT_TRUE(f.wait_count(" ******** invoke time", 10));
+     }},
+    {"ModelCorrupt",
+     [](Faults &f) {
+         for (const char *name : {"slim-320-quant-ADMM-50.mnn", "slim-320.onnx"}) {
+             write_file(f.workDir + "/" + name, std::string(5000, '\x5a'));
+         }
+     },
+     [](Faults &f) {
+         EXPECT_EQ(count_of(f.daemon->err(), "face detector: cannot load model ./slim-320"), 1u) << f.log();
+         ASSERT_TRUE(send_datagram(f.dir + "/sin_addr.socket", {0x01, 0x01}));
+         EXPECT_TRUE(f.wait_count(" ******** invoke time", 10));
+     }},
+};
+
+INSTANTIATE_TEST_SUITE_P(Rows, FaultMatrix, ::testing::ValuesIn(kRows),
+                         [](const auto &info) { return std::string(info.param.name); });
+
+// SIGINT and SIGTERM end the daemon in order within 2 s whatever it is doing.
+struct SignalRow {
+    const char *name;
+    int sig;
+    std::function<void(Faults &)> reach;  // brings the daemon into the state
+};
+
+void PrintTo(const SignalRow &row, std::ostream *os) {
+    *os << row.name;
+}
+
+class SignalInEveryState : public DaemonTest, public ::testing::WithParamInterface<SignalRow> {};
+
+TEST_P(SignalInEveryState, EndsInOrderWithinTwoSeconds) {
+    const SignalRow &row = GetParam();
+    Faults f(dir_.path(), daemon_env());
+    if (std::string(row.name) == "SourceStalled") {
+        f.env["FACEDET_FAULTS"] = "stall=30@40";
+    }
+    auto daemon = start(f.env);
+    f.daemon = daemon.get();
+    row.reach(f);
+    const auto signalled = std::chrono::steady_clock::now();
+    daemon->signal(row.sig);
+    EXPECT_EQ(daemon->wait_exit(5s), 0) << f.log().substr(0, 4000);
+    EXPECT_LT(std::chrono::steady_clock::now() - signalled, 2s);
+    EXPECT_EQ(count_of(daemon->out(), "program exit abnormally!"), 1u);
+    EXPECT_TRUE(InOrder(daemon->out(), {"get_stream_thread exit", "QMT_Video_Stream_Stop succeed!\n"}));
+    for (auto it = f.undo.rbegin(); it != f.undo.rend(); ++it) {
+        (*it)();
+    }
+}
+
+const SignalRow kSignalRows[] = {
+    {"StartUp", SIGINT, [](Faults &f) { ASSERT_TRUE(f.wait_count("[qmt_rgn_init 569]", 1)); }},
+    {"Inference", SIGTERM,
+     [](Faults &f) {
+         ASSERT_TRUE(f.wait_count(std::string(kFrameLine) + "12-", 1, 60s));
+         ASSERT_TRUE(send_datagram(f.dir + "/sin_addr.socket", {0x01, 0x01}));
+         ASSERT_TRUE(f.wait_count(" ******** invoke time", 3));
+     }},
+    {"SourceStalled", SIGTERM, [](Faults &f) { ASSERT_TRUE(f.wait_count("get frame time out", 1, 60s)); }},
+    {"CameraHungAndLockHeldByAStoppedPeer", SIGINT,
+     [](Faults &f) {
+         f.start_camera(acknowledge, true);
+         ASSERT_TRUE(f.wait_count(kDropStart, 1, 60s));
+         const pid_t holder = lock_holder(f.key);
+         f.undo.push_back([holder] { reap(holder); });
+         ASSERT_TRUE(f.wait_count(kLockLine, 3));
+     }},
+};
+
+INSTANTIATE_TEST_SUITE_P(States, SignalInEveryState, ::testing::ValuesIn(kSignalRows),
+                         [](const auto &info) { return std::string(info.param.name); });
