@@ -57,9 +57,10 @@ for m in slim-320-quant-ADMM-50.mnn slim-320.onnx; do ln -sf "$shared/models/$m"
 "$build/tools/camera_sim/camera_sim" --runtime-dir "$run" >"$out/camera_sim.log" 2>&1 &
 pids+=($!)
 # The daemon prints several lines per frame; only the count of analysed
-# frames is kept, written every 30 frames.
+# frames is kept, written every 30 frames, through a rename so that the
+# sampler never reads a file that is being rewritten.
 mkfifo "$run/out.fifo"
-awk -v f="$run/frames" '/frameNumber = /{n++; if (n % 30 == 0) {print n > f; close(f)}}' <"$run/out.fifo" &
+awk -v f="$run/frames" '/frameNumber = /{n++; if (n % 30 == 0) {t = f ".tmp"; print n > t; close(t); system("mv -f \"" t "\" \"" f "\"")}}' <"$run/out.fifo" &
 pids+=($!)
 (cd "$run" && FACEDET_SOURCE=$run/clip.nv12 FACEDET_LOOP=1 exec "$build/src/faceDet" >"$run/out.fifo" 2>"$out/faceDet.err") &
 daemon=$!
