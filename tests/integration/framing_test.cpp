@@ -268,6 +268,36 @@ TEST(ScenarioClip, DetectorFindsEveryPersonWhereTheTruthSaysAndNothingElse) {
     }
 }
 
+// Each story's truth: who is there at the start and end, the longest run of
+// face-less frames between two faced ones, and how far the first face drops.
+TEST(ScenarioClip, TruthTellsEachScenariosStory) {
+    struct Row {
+        const char *name;
+        size_t first, last;
+        int gap, drop;
+    };
+    for (const Row &row : {Row{"sit_down", 0, 1, 0, 45}, Row{"one_leaves", 2, 1, 0, 0},
+                           Row{"turn_away", 1, 1, 25, 0}, Row{"at_edge", 1, 1, 0, 0}}) {
+        scenario::Clip clip;
+        std::string error;
+        ASSERT_TRUE(scenario::build_clip(row.name, 0, kShared, &clip, &error)) << error;
+        size_t first = 0, last = 0;
+        scenario::faces_on_frame(clip, 0, &first);
+        scenario::faces_on_frame(clip, clip.frames - 1, &last);
+        int gap = 0;
+        for (size_t i = 1; i < clip.truth.size(); ++i) {
+            gap = std::max(gap, clip.truth[i].frame - clip.truth[i - 1].frame - 1);
+        }
+        const auto &a = clip.truth.front(), &z = clip.truth.back();
+        EXPECT_EQ(first, row.first) << row.name;
+        EXPECT_EQ(last, row.last) << row.name;
+        EXPECT_GE(gap, row.gap) << row.name;
+        EXPECT_LE(gap, row.gap + 5) << row.name;
+        EXPECT_GE(z.y - a.y, row.drop) << row.name;
+        EXPECT_LE(z.y - a.y, row.drop + 10) << row.name;
+    }
+}
+
 TEST(ScenarioClip, ToolWritesTheLibrarysClipAndTruthAndRefusesBadArguments) {
     TempDir dir;
     scenario::Clip clip;
@@ -281,7 +311,7 @@ TEST(ScenarioClip, ToolWritesTheLibrarysClipAndTruthAndRefusesBadArguments) {
     const std::string bytes = read_file(dir.file("a.nv12"));
     EXPECT_EQ(bytes.size(), 24 * scenario::kClipFrameBytes);
     EXPECT_TRUE(bytes == std::string(clip.nv12.begin(), clip.nv12.end())) << "tool and library differ";
-    std::string csv = "frame,person,x,y,w,h\n";
+    std::string csv = "# size=416x234\n# frames=24\nframe,person,x,y,w,h\n";
     for (const auto &t : clip.truth) {
         csv += std::to_string(t.frame) + "," + std::to_string(t.person) + "," + std::to_string(t.x) + "," +
                std::to_string(t.y) + "," + std::to_string(t.w) + "," + std::to_string(t.h) + "\n";

@@ -24,7 +24,8 @@ void usage(FILE *out) {
     fprintf(out,
             "  --frames N       clip length (default: the scenario's own)\n"
             "  --out FILE       the clip, raw NV12\n"
-            "  --truth FILE     CSV 'frame,person,x,y,w,h': each visible face, 416x234 pixels\n"
+            "  --truth FILE     CSV 'frame,person,x,y,w,h': each visible face, 416x234 pixels,\n"
+            "                   after '# size=416x234' and '# frames=N'\n"
             "  --shared DIR     folder holding data/ (default %s)\n"
             "  --preview F PNG  also writes frame F as a picture\n"
             "  --video FILE     the frames of a video file instead, scaled as the platform scales them\n",

@@ -46,6 +46,9 @@ struct Actor {
     const char *image;  // photo with exactly one, clear, frontal annotated face
     int faceWidth;      // face width in the 416x234 frame
     std::vector<Key> path;
+    // Shares of the clip during which the person looks away: the back of
+    // the head faces the camera and the face is in no truth row.
+    double awayFrom = 2.0, awayTo = 2.0;
 };
 
 struct Scenario {
@@ -70,6 +73,20 @@ const std::vector<Scenario> &all_scenarios() {
         {{"two_crossing", 100, "two people cross, the nearer one left to right"},
          {{kPersonA, 50, {{0.0, 50, 108}, {1.0, 366, 108}}},
           {kPersonB, 40, {{0.0, 366, 78}, {1.0, 50, 78}}}}},
+        {{"sit_down", 120, "one person walks in from the left and sits down in the middle"},
+         {{kPersonA,
+           48,
+           {{0.0, -80, 90}, {0.45, 200, 90}, {0.55, 200, 90}, {0.7, 200, 140}, {1.0, 200, 140}}}}},
+        // The one nearer the centre, whom the camera takes first, is the one who leaves.
+        {{"one_leaves", 120, "two people stand, the one right of centre walks out to the right"},
+         {{kPersonA, 50, {{0.0, 110, 108}, {1.0, 110, 108}}},
+          {kPersonB, 40, {{0.0, 250, 80}, {0.35, 250, 80}, {0.75, 500, 80}, {1.0, 500, 80}}}}},
+        // 30 of 90 frames: one second at the stream's 30 fps, longer than the
+        // camera's patience with a frame without faces.
+        {{"turn_away", 90, "one person in the middle turns away for a second, then back"},
+         {{kPersonA, 48, {{0.0, 208, 100}, {1.0, 208, 100}}, 0.4, 0.73}}},
+        {{"at_edge", 90, "one person stands still with the face close to the left edge"},
+         {{kPersonA, 48, {{0.0, 32, 100}, {1.0, 32, 100}}}}},
     };
     return list;
 }
@@ -99,6 +116,7 @@ cv::Point2d position(const Actor &actor, int frame, int frames) {
 // One person's cut-out, scaled once for the whole clip.
 struct CutOut {
     cv::Mat bgr;      // CV_8UC3
+    cv::Mat away;     // bgr with the back of the head where the face was
     cv::Mat alpha;    // CV_32F, 0..1
     cv::Rect2d face;  // the annotated face inside bgr, in its pixels
 };
@@ -150,6 +168,15 @@ bool make_cut_out(const std::string &sharedDir, const Actor &actor, CutOut *out,
     out->face =
         cv::Rect2d((face.x - left) * scale, (face.y - top) * scale, face.width * scale, face.height * scale);
 
+    // Back of the head: the face covered by a darker shade of what is above
+    // the forehead (hair or hat), with soft edges so it reads as a head.
+    const cv::Rect face2 = cv::Rect(out->face) & cv::Rect(0, 0, size.width, size.height);
+    const int hairRows = std::max(1, face2.y);
+    const cv::Scalar hair = cv::mean(out->bgr(cv::Rect(face2.x, 0, face2.width, hairRows))) * 0.55;
+    out->bgr.copyTo(out->away);
+    cv::ellipse(out->away, cv::Point(face2.x + face2.width / 2, face2.y + face2.height / 2),
+                cv::Size(face2.width * 3 / 5, face2.height * 3 / 5), 0, 0, 360, hair, cv::FILLED);
+    cv::GaussianBlur(out->away, out->away, cv::Size(0, 0), std::max(1.0, face2.width / 12.0));
     out->alpha.create(size, CV_32F);
     const double feather = std::max(1.0, kFeatherShare * size.width);
     for (int y = 0; y < size.height; ++y) {
@@ -188,10 +215,16 @@ cv::Rect face_in_frame(const CutOut &cut, const cv::Point &at) {
             static_cast<int>(std::lround(cut.face.height))};
 }
 
-void paste(const CutOut &cut, const cv::Point &at, cv::Mat *frame) {
+bool looks_away(const Actor &actor, int frame, int frames) {
+    const double at = frames > 1 ? static_cast<double>(frame) / (frames - 1) : 0.0;
+    return at >= actor.awayFrom && at < actor.awayTo;
+}
+
+void paste(const CutOut &cut, bool away, const cv::Point &at, cv::Mat *frame) {
     const cv::Rect inFrame = cv::Rect(at, cut.bgr.size()) & cv::Rect(0, 0, frame->cols, frame->rows);
+    const cv::Mat &picture = away ? cut.away : cut.bgr;
     for (int y = inFrame.y; y < inFrame.y + inFrame.height; ++y) {
-        const cv::Vec3b *src = cut.bgr.ptr<cv::Vec3b>(y - at.y);
+        const cv::Vec3b *src = picture.ptr<cv::Vec3b>(y - at.y);
         const float *alpha = cut.alpha.ptr<float>(y - at.y);
         cv::Vec3b *dst = frame->ptr<cv::Vec3b>(y);
         for (int x = inFrame.x; x < inFrame.x + inFrame.width; ++x) {
@@ -240,7 +273,7 @@ bool build(const Scenario &s, int frames, const std::string &sharedDir, Clip *cl
             at[i] = origin(cuts[i], position(s.cast[i], f, frames));
         }
         for (size_t i = s.cast.size(); i-- > 0;) {
-            paste(cuts[i], at[i], &frame);
+            paste(cuts[i], looks_away(s.cast[i], f, frames), at[i], &frame);
         }
         to_nv12(frame, clip->nv12.data() + static_cast<size_t>(f) * kClipFrameBytes);
 
@@ -255,7 +288,7 @@ bool build(const Scenario &s, int frames, const std::string &sharedDir, Clip *cl
                                       cuts[j].bgr.rows - 2 * rim);
                 hidden = std::max(hidden, (visible & opaque).area());
             }
-            if (2 * (visible.area() - hidden) >= face.area()) {
+            if (2 * (visible.area() - hidden) >= face.area() && !looks_away(s.cast[i], f, frames)) {
                 clip->truth.push_back(
                     {f, static_cast<int>(i), visible.x, visible.y, visible.width, visible.height});
             }
@@ -354,7 +387,8 @@ bool write_clip(const Clip &clip, const std::string &clipPath, const std::string
             *error = "cannot write " + truthPath + ": " + strerror(errno);
             return false;
         }
-        fprintf(out, "frame,person,x,y,w,h\n");
+        fprintf(out, "# size=%dx%d\n# frames=%d\nframe,person,x,y,w,h\n", kClipWidth, kClipHeight,
+                clip.frames);
         for (const FaceTruth &t : clip.truth) {
             fprintf(out, "%d,%d,%d,%d,%d,%d\n", t.frame, t.person, t.x, t.y, t.w, t.h);
         }

@@ -60,7 +60,8 @@ bool build_clip(const std::string &name, int frames, const std::string &sharedDi
 bool video_clip(const std::string &videoPath, int maxFrames, Clip *clip, std::string *error);
 
 // The clip as a raw file and its truth as CSV lines "frame,person,x,y,w,h"
-// after a header line; either path may be empty to skip it.
+// after the directives "# size=416x234" and "# frames=N" and a header line;
+// either path may be empty to skip it.
 bool write_clip(const Clip &clip, const std::string &clipPath, const std::string &truthPath,
                 std::string *error);
 
