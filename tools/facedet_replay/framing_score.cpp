@@ -105,14 +105,15 @@ FramingScore score_framing(const Truth &truth, const std::vector<ScoreFrame> &fr
                 continue;
             }
             const int panSign = sign(m.pan - lastTarget.pan), zoomSign = sign(m.zoom - lastTarget.zoom);
-            if (movesCounted > 0 &&
-                ((panSign && panSign == -lastPanSign) || (zoomSign && zoomSign == -lastZoomSign))) {
-                ++reversals;
+            // A move sent where the camera already goes (a repeated full view) does not count.
+            if (panSign || zoomSign || m.tilt != lastTarget.tilt) {
+                reversals += movesCounted > 0 && ((panSign && panSign == -lastPanSign) ||
+                                                  (zoomSign && zoomSign == -lastZoomSign));
+                ++movesCounted;
+                lastPanSign = panSign;
+                lastZoomSign = zoomSign;
+                lastTarget = m;
             }
-            ++movesCounted;
-            lastPanSign = panSign;
-            lastZoomSign = zoomSign;
-            lastTarget = m;
             if (m.fullView) {
                 if (waitingExit) {
                     exitDelays.push_back(static_cast<double>(m.tUs - *waitingExit) / 1e6);
