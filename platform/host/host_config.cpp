@@ -210,6 +210,10 @@ bool config_from_env(Config *out, std::string *error) {
         !parse_faults(env("FACEDET_FAULTS"), &c.faults, error)) {
         return false;
     }
+    const std::string runtimeDir = env("FACEDET_RUNTIME_DIR");
+    if (c.pace == Pace::Lockstep && !runtimeDir.empty()) {
+        c.clockPath = runtimeDir + "/source_clock";
+    }
     *out = c;
     return true;
 }

@@ -40,6 +40,9 @@ struct Config {
     bool loop = false;         // start the source again at its end
     bool exitAtEnd = false;    // raise SIGTERM once the last frame has been consumed
     std::string frameLogPath;  // rewritten by each MI_SYS_Init; empty: no log
+    // Lockstep: the source time is published here for other processes
+    // ($FACEDET_RUNTIME_DIR/source_clock); empty: not published.
+    std::string clockPath;
     Faults faults;
 };
 

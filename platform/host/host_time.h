@@ -1,5 +1,5 @@
-/* The platform clock: CLOCK_MONOTONIC in microseconds, the time base of frame
- * time stamps and MI_SYS_GetCurPts, which other tools compare against. */
+/* The wall clock: CLOCK_MONOTONIC in microseconds, the time base of realtime
+ * frame stamps and MI_SYS_GetCurPts (lockstep runs: source_clock.h). */
 #ifndef FACEDET_HOST_TIME_H
 #define FACEDET_HOST_TIME_H
 

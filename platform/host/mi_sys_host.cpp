@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "host_system.h"
-#include "host_time.h"
+#include "source_clock.h"
 #include "mi_sys.h"
 
 using host::guarded;
@@ -61,12 +61,12 @@ MI_S32 MI_SYS_GetCurPts(MI_U64 *pu64Pts) {
     if (!pu64Pts) {
         return MI_SYS_ERR(E_MI_ERR_NULL_PTR);
     }
-    *pu64Pts = host::monotonic_us();
+    *pu64Pts = host::current_pts();
     return MI_SUCCESS;
 }
 
-// Accepted but without effect: the time stamps stay CLOCK_MONOTONIC because
-// other tools on the PC compare frame times against that clock.
+// Accepted but without effect: the time stamps stay on the platform clock
+// (source_clock.h) because other tools on the PC compare frame times with it.
 MI_S32 MI_SYS_InitPtsBase(MI_U64) {
     return guarded(kSys, [] { return initialised() ? MI_SUCCESS : MI_SYS_ERR(E_MI_ERR_NOT_INIT); });
 }

@@ -39,6 +39,16 @@ Pipeline::Pipeline(const Config &config, std::unique_ptr<FrameSource> source, st
             p.queue.reserve(kMaxPortDepth + 1);
         }
     }
+    if (source_ && config_.pace == Pace::Lockstep) {
+        source_clock_start(source_frame_time(1, source_->fps()));
+        std::string error;
+        if (!config_.clockPath.empty() && !clockFile_.open(config_.clockPath, &error)) {
+            std::fprintf(stderr, "host platform: cannot publish the source clock in '%s': %s\n",
+                         config_.clockPath.c_str(), error.c_str());
+        }
+    } else {
+        source_clock_stop();
+    }
     if (source_) {
         channels_[0].exists = true;
         channels_[0].started = true;
@@ -79,6 +89,10 @@ void Pipeline::shutdown() {
             std::fclose(frameLog_);
             frameLog_ = nullptr;
         }
+        if (config_.pace == Pace::Lockstep) {
+            source_clock_stop();
+        }
+        clockFile_.close();
         shutDown_ = true;
     });
 }
@@ -511,6 +525,10 @@ int Pipeline::get_buf(const MI_SYS_ChnPort_t &cp, MI_SYS_BufInfo_t *info, MI_SYS
         nextHandle_ = nextHandle_ == INT32_MAX ? 1 : nextHandle_ + 1;
         ++p.held;
         log_fate(*b, "taken", chn, port);
+        if (config_.pace == Pace::Lockstep) {
+            source_clock_frame(b->pts);
+            clockFile_.publish(b->pts);
+        }
 
         std::memset(info, 0, sizeof *info);
         info->u64Pts = b->pts;
@@ -662,7 +680,8 @@ void Pipeline::produce() {
             stats_.sourceEnded = true;
             break;
         }
-        const MI_U64 pts = monotonic_us();
+        // Lockstep frames carry the source's own time, realtime ones the wall clock.
+        const MI_U64 pts = lockstep ? source_frame_time(index, source_->fps()) : monotonic_us();
         for (Target &t : targets) {
             Buffer *b = t.buffer.get();
             if (fed(0, t.port) && channels_[0].ports[t.port].generation == t.generation) {

@@ -22,6 +22,7 @@
 #include "host_config.h"
 #include "mi_sys_datatype.h"
 #include "mi_vpe.h"
+#include "source_clock.h"
 
 namespace host {
 
@@ -146,6 +147,7 @@ class Pipeline {
     bool stopping_ = false;  // the producer must return
     bool shutDown_ = false;  // everything freed; calls fail
     std::FILE *frameLog_;
+    ClockFile clockFile_;  // lockstep with a clock path: the source time for other processes
     MI_SYS_BUF_HANDLE nextHandle_ = 1;
     uint64_t getbufCalls_ = 0;
     uint64_t putbufCalls_ = 0;

@@ -1,15 +1,21 @@
 /*
  * camera_sim: the camera's control process on a PC. It owns the feature-camera
  * socket, answers the daemon's VISCA packets as the camera would, and moves a
- * virtual pan-tilt-zoom head in real time, logging both as JSON lines.
+ * virtual pan-tilt-zoom head in real time, logging both as JSON lines. With
+ * --clock it moves on the time a lockstep host platform publishes instead, so
+ * that the head moves as far between two frames as it would at the video's pace.
  */
+#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -35,20 +41,60 @@ int64_t now_us() {
     return static_cast<int64_t>(ts.tv_sec) * 1000000 + ts.tv_nsec / 1000;
 }
 
+// The source time a lockstep host platform publishes: a 64-bit count of
+// microseconds at the start of the file. 0 until the file exists.
+class SourceClock {
+  public:
+    ~SourceClock() {
+        if (word_) {
+            munmap(const_cast<uint64_t *>(word_), sizeof *word_);
+        }
+    }
+    void follow(const std::string &path) { path_ = path; }
+    bool following() const { return !path_.empty(); }
+    int64_t now_us() {
+        if (!word_ && !map()) {
+            return 0;
+        }
+        return static_cast<int64_t>(__atomic_load_n(word_, __ATOMIC_ACQUIRE));
+    }
+
+  private:
+    bool map() {
+        const int fd = open(path_.c_str(), O_RDONLY | O_CLOEXEC);
+        struct stat st;
+        if (fd < 0 || fstat(fd, &st) != 0 || st.st_size < static_cast<off_t>(sizeof *word_)) {
+            if (fd >= 0) {
+                close(fd);
+            }
+            return false;  // the daemon has not started yet
+        }
+        void *page = mmap(nullptr, sizeof *word_, PROT_READ, MAP_SHARED, fd, 0);
+        close(fd);
+        word_ = page == MAP_FAILED ? nullptr : static_cast<const uint64_t *>(page);
+        return word_ != nullptr;
+    }
+    std::string path_;
+    const uint64_t *word_ = nullptr;
+};
+
 void usage(FILE *out) {
     fprintf(out,
-            "usage: camera_sim [--runtime-dir DIR] [--log FILE] [--seconds S]\n"
+            "usage: camera_sim [--runtime-dir DIR] [--log FILE] [--seconds S] [--clock FILE]\n"
             "  Answers VISCA packets on DIR/featureCamera_addr.socket as the camera's\n"
             "  control process and moves a virtual pan-tilt-zoom head.\n"
             "  --runtime-dir DIR  socket folder (default $FACEDET_RUNTIME_DIR, else /dev)\n"
             "  --log FILE         JSON lines: every packet and the head's state over time\n"
-            "  --seconds S        stop after S seconds (default: until SIGINT or SIGTERM)\n");
+            "  --seconds S        stop after S seconds (default: until SIGINT or SIGTERM)\n"
+            "  --clock FILE       move and log on the source time a lockstep host platform\n"
+            "                     publishes in FILE (its runtime dir's source_clock), not the wall clock\n");
 }
 
 struct Options {
     std::string runtimeDir;
     std::string logPath;
     double seconds = 0;
+    std::string clockPath;
 };
 
 // 0 to run, else the exit status.
@@ -61,12 +107,15 @@ int parse_options(int argc, char **argv, Options *options) {
             usage(stdout);
             return -1;
         }
-        if ((arg == "--runtime-dir" || arg == "--log" || arg == "--seconds") && i + 1 >= argc) {
+        if ((arg == "--runtime-dir" || arg == "--log" || arg == "--seconds" || arg == "--clock") &&
+            i + 1 >= argc) {
             fprintf(stderr, "camera_sim: %s needs a value\n", arg.c_str());
             return 2;
         }
         if (arg == "--runtime-dir") {
             options->runtimeDir = argv[++i];
+        } else if (arg == "--clock") {
+            options->clockPath = argv[++i];
         } else if (arg == "--log") {
             options->logPath = argv[++i];
         } else if (arg == "--seconds") {
@@ -87,7 +136,12 @@ int parse_options(int argc, char **argv, Options *options) {
 
 class Simulator {
   public:
-    Simulator(int fd, FILE *log) : fd_(fd), log_(log) {}
+    Simulator(int fd, FILE *log, SourceClock *clock) : fd_(fd), log_(log), clock_(clock) {
+        lastAdvance_ = now();
+    }
+
+    // The simulation's time: the wall clock, or the followed source time.
+    int64_t now() const { return clock_->following() ? clock_->now_us() : now_us(); }
 
     void log_line(const std::string &json) {
         if (log_) {
@@ -97,7 +151,7 @@ class Simulator {
     }
 
     std::string stamp(const char *event) const {
-        return "{\"t_us\":" + std::to_string(now_us()) + ",\"event\":\"" + event + "\"";
+        return "{\"t_us\":" + std::to_string(now()) + ",\"event\":\"" + event + "\"";
     }
 
     void sample() {
@@ -109,7 +163,7 @@ class Simulator {
                  ptz_.zoom().position * 9 / 16, ptz_.pan().target, ptz_.tilt().target, ptz_.zoom().target,
                  ptz_.moving() ? "true" : "false");
         log_line(stamp("state") + text);
-        lastSample_ = now_us();
+        lastSample_ = now();
     }
 
     void send_reply(const Bytes &reply, const sockaddr_un &to, socklen_t toLength) {
@@ -170,11 +224,12 @@ class Simulator {
 
     // Moves the head to the present; samples while it moves and once when it stops.
     void tick() {
-        const int64_t now = now_us();
+        const int64_t t = now();
         const bool wasMoving = ptz_.moving();
-        ptz_.advance(static_cast<double>(now - lastAdvance_) / 1e6);
-        lastAdvance_ = now;
-        if (wasMoving && (!ptz_.moving() || now - lastSample_ >= kSampleMicros)) {
+        // A followed clock restarts at 0 when a new run recreates its file.
+        ptz_.advance(static_cast<double>(std::max<int64_t>(t - lastAdvance_, 0)) / 1e6);
+        lastAdvance_ = t;
+        if (wasMoving && (!ptz_.moving() || t - lastSample_ >= kSampleMicros)) {
             sample();
         }
     }
@@ -183,15 +238,19 @@ class Simulator {
         if (!ptz_.moving()) {
             return 100;
         }
-        const int64_t left = kSampleMicros - (now_us() - lastSample_);
+        if (clock_->following()) {
+            return 5;  // the followed clock gives no signal when it moves
+        }
+        const int64_t left = kSampleMicros - (now() - lastSample_);
         return left > 0 ? static_cast<int>((left + 999) / 1000) : 0;
     }
 
   private:
     int fd_;
     FILE *log_;
+    SourceClock *clock_;
     SimPtz ptz_;
-    int64_t lastAdvance_ = now_us();
+    int64_t lastAdvance_ = 0;
     int64_t lastSample_ = 0;
 };
 
@@ -236,7 +295,11 @@ int main(int argc, char **argv) {
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
 
-    Simulator sim(fd, log);
+    SourceClock clock;
+    if (!options.clockPath.empty()) {
+        clock.follow(options.clockPath);
+    }
+    Simulator sim(fd, log, &clock);
     sim.log_line(sim.stamp("start") + ",\"socket\":\"" + path + "\"}");
     sim.sample();
     printf("camera_sim: listening on %s\n", path.c_str());

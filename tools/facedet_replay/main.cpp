@@ -31,6 +31,7 @@
 #include "replay_log.h"
 #include "replay_render.h"
 #include "replay_report.h"
+#include "truth_file.h"
 
 namespace {
 
@@ -49,22 +50,25 @@ struct Options {
     bool force = false;
     std::string engine;  // empty: the daemon's default
     double timeout = 0;  // 0: from the clip's length
+    std::string truth;   // empty: not scored
 };
 
 void usage(FILE *out) {
-    fprintf(out,
-            "usage: facedet_replay SOURCE --out DIR [--lockstep] [--seconds S] [--gamma] [--force]\n"
-            "                      [--timeout S] [--engine mnn|opencv]\n"
-            "  Plays SOURCE (video, image or raw NV12 416x234 clip) through faceDet with camera_sim\n"
-            "  as the camera, and writes DIR/replay.mp4, timeline.png, report.html, summary.json\n"
-            "  and the raw logs in DIR/logs/.\n"
-            "  --lockstep   next frame once the daemon gave the last one back (deterministic)\n"
-            "  --seconds S  loop the source and stop after S seconds of auto framing\n"
-            "  --gamma      run gamma_peer against the daemon and report its answers\n"
-            "  --force      write into DIR even if it holds files (ours are replaced)\n"
-            "  --engine E   the daemon's face detector engine (default: $FACEDET_ENGINE, else mnn,\n"
-            "               the camera's quantised network; opencv: the float export)\n"
-            "  --timeout S  stop the daemon after S seconds (default: from the clip's length)\n");
+    fprintf(
+        out,
+        "usage: facedet_replay SOURCE --out DIR [--lockstep] [--seconds S] [--gamma] [--force]\n"
+        "                      [--timeout S] [--engine mnn|opencv] [--truth truth.csv]\n"
+        "  Plays SOURCE (video, image or raw NV12 416x234 clip) through faceDet with camera_sim\n"
+        "  as the camera, and writes DIR/replay.mp4, timeline.png, report.html, summary.json\n"
+        "  and the raw logs in DIR/logs/.\n"
+        "  --lockstep   next frame once the daemon gave the last one back (deterministic)\n"
+        "  --seconds S  loop the source and stop after S seconds of auto framing\n"
+        "  --gamma      run gamma_peer against the daemon and report its answers\n"
+        "  --force      write into DIR even if it holds files (ours are replaced)\n"
+        "  --engine E   the daemon's face detector engine (default: $FACEDET_ENGINE, else mnn,\n"
+        "               the camera's quantised network; opencv: the float export)\n"
+        "  --timeout S  stop the daemon after S seconds (default: from the clip's length)\n"
+        "  --truth F    score the camera's view against the true faces in F (CSV frame,person,x,y,w,h)\n");
 }
 
 bool parse_seconds(const char *text, double *value) {
@@ -92,6 +96,8 @@ int parse_options(int argc, char **argv, Options *o) {
             o->lockstep = true;
         } else if (arg == "--gamma") {
             o->gamma = true;
+        } else if (arg == "--truth" && hasValue) {
+            o->truth = argv[++i];
         } else if (arg == "--engine" && hasValue) {
             o->engine = argv[++i];
         } else if (arg == "--force") {
@@ -389,6 +395,23 @@ int run_replay(const Options &o) {
         run.notes.push_back("gamma_peer not built: no gamma answers");
     }
 
+    // A truth file that would score wrongly is refused, and the run goes on unscored.
+    replay::Truth truth;
+    std::string truthPath;
+    if (!o.truth.empty()) {
+        std::string error;
+        if (!exists(o.truth)) {
+            error = "cannot read it";
+        } else if (replay::parse_truth(read_text(o.truth), info.frames, &truth, &error)) {
+            truthPath = absolute(o.truth);
+        }
+        if (truthPath.empty()) {
+            fprintf(stderr, "facedet_replay: --truth %s: %s; the run is not scored\n", o.truth.c_str(),
+                    error.c_str());
+            run.notes.push_back("not scored: " + o.truth + ": " + error);
+        }
+    }
+
     char rtTemplate[] = "/tmp/facedet_replay.XXXXXX";
     if (mkdtemp(rtTemplate) == nullptr) {
         fprintf(stderr, "facedet_replay: cannot create a runtime folder: %s\n", strerror(errno));
@@ -414,8 +437,12 @@ int run_replay(const Options &o) {
     Child sim, daemon, gamma;
     printf("facedet_replay: %s (%s, %.2f fps%s), %s\n", run.source.c_str(), info.kind.c_str(), info.fps,
            info.frames > 0 ? (", " + std::to_string(info.frames) + " frames").c_str() : "", run.pace.c_str());
-    if (!sim.start(simBin, {"--runtime-dir", rt, "--log", simLogPath}, {}, {}, rt, logs + "/camera_sim.out",
-                   logs + "/camera_sim.err")) {
+    // Lockstep: the camera moves on the source time the platform publishes.
+    std::vector<std::string> simArgs = {"--runtime-dir", rt, "--log", simLogPath};
+    if (o.lockstep) {
+        simArgs.insert(simArgs.end(), {"--clock", rt + "/source_clock"});
+    }
+    if (!sim.start(simBin, simArgs, {}, {}, rt, logs + "/camera_sim.out", logs + "/camera_sim.err")) {
         fprintf(stderr, "facedet_replay: cannot start camera_sim\n");
         remove_tree(rt);
         return 1;
@@ -556,9 +583,17 @@ int run_replay(const Options &o) {
         unlink((out + "/.replay.tmp.mp4").c_str());
         run.notes.push_back("no video: " + video.error);
     }
+    replay::FramingScore score;
+    if (!truthPath.empty()) {
+        std::vector<replay::ScoreFrame> scoreFrames;
+        std::vector<replay::ScoreMove> scoreMoves;
+        replay::score_inputs(dlog, frames, slog, &scoreFrames, &scoreMoves);
+        score = replay::score_framing(truth, scoreFrames, scoreMoves, info.frames);
+    }
     std::string timelineError;
     const bool haveTimeline =
-        replay::render_timeline(frames, dlog, slog, out + "/.timeline.tmp.png", &timelineError) &&
+        replay::render_timeline(frames, dlog, slog, truthPath.empty() ? nullptr : &score,
+                                out + "/.timeline.tmp.png", &timelineError) &&
         publish(out + "/.timeline.tmp.png", out + "/timeline.png", run);
     if (!haveTimeline) {
         run.notes.push_back("no timeline: " + timelineError);
@@ -567,7 +602,9 @@ int run_replay(const Options &o) {
         run.complete = false;
         run.reason = "the video could not be written";
     }
-    const replay::Summary summary = replay::summarise(run, dlog, frames, slog, answers);
+    replay::Summary summary = replay::summarise(run, dlog, frames, slog, answers);
+    summary.truthFile = truthPath;
+    summary.truth = score;
     if (!write_text(out + "/.summary.json.tmp", replay::summary_json(summary)) ||
         !write_text(out + "/.report.html.tmp", replay::report_html(summary, haveVideo, haveTimeline))) {
         fprintf(stderr, "facedet_replay: cannot write the report into '%s'\n", out.c_str());

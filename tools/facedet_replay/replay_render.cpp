@@ -344,7 +344,7 @@ VideoResult render_video(const std::string &source, const std::vector<FrameLogEn
 }
 
 bool render_timeline(const std::vector<FrameLogEntry> &frameLog, const DaemonLog &daemon, const SimLog &sim,
-                     const std::string &outPath, std::string *error) {
+                     const FramingScore *truth, const std::string &outPath, std::string *error) {
     if (frameLog.empty() && sim.states.empty()) {
         *error = "neither frames nor camera states to draw";
         return false;
@@ -438,6 +438,20 @@ bool render_timeline(const std::vector<FrameLogEntry> &frameLog, const DaemonLog
         }
     }
 
+    // The followed true face: its centre on the pan and tilt strips (magenta).
+    const cv::Scalar truthColour(255, 0, 255);
+    for (size_t i = 0; truth && i < truth->followedFaces.size(); ++i) {
+        if (!truth->followedFaces[i]) {
+            continue;
+        }
+        const Box &b = *truth->followedFaces[i];
+        const double cx = (b.x + b.w / 2.0) * 1920.0 / kFrameWidth,
+                     cy = (b.y + b.h / 2.0) * 1080.0 / kFrameHeight;
+        const int x = xOf(truth->followedTimes[i]);
+        cv::circle(img, cv::Point(x, axes[0].y(cx - 960)), 2, truthColour, cv::FILLED);
+        cv::circle(img, cv::Point(x, axes[1].y(540 - cy)), 2, truthColour, cv::FILLED);
+    }
+
     // Faces per analysed frame.
     for (size_t i = 0; i < daemon.frames.size(); ++i) {
         const TakenFrame &f = daemon.frames[i];
@@ -459,6 +473,11 @@ bool render_timeline(const std::vector<FrameLogEntry> &frameLog, const DaemonLog
     cv::line(img, cv::Point(kLeft + 540, 20), cv::Point(kLeft + 570, 20), reset, 2);
     text(img, "faces", cv::Point(kLeft + 590, 24));
     cv::line(img, cv::Point(kLeft + 640, 20), cv::Point(kLeft + 670, 20), kFaceColour, 2);
+
+    if (truth) {
+        text(img, "true face", cv::Point(kLeft + 690, 24));
+        cv::circle(img, cv::Point(kLeft + 780, 20), 4, truthColour, cv::FILLED);
+    }
 
     if (!cv::imwrite(outPath, img)) {
         *error = "OpenCV cannot write '" + outPath + "'";

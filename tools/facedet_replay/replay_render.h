@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "framing_score.h"
 #include "replay_log.h"
 
 namespace replay {
@@ -37,8 +38,9 @@ struct VideoResult {
 VideoResult render_video(const std::string &source, const std::vector<FrameLogEntry> &frameLog,
                          const DaemonLog &daemon, const SimLog &sim, double fps, const std::string &outPath);
 
+// `truth` (may be null): the followed true face is drawn beside the camera's view.
 bool render_timeline(const std::vector<FrameLogEntry> &frameLog, const DaemonLog &daemon, const SimLog &sim,
-                     const std::string &outPath, std::string *error);
+                     const FramingScore *truth, const std::string &outPath, std::string *error);
 
 }  // namespace replay
 

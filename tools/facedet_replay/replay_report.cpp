@@ -213,6 +213,24 @@ std::string summary_json(const Summary &s) {
              ", \"accepted\": " + (a.accepted ? "true" : "false") + "}";
     }
     j += "]},\n";
+    if (!s.truthFile.empty()) {
+        const FramingScore &t = s.truth;
+        auto num = [](const std::optional<double> &v) { return v ? fmt("%.4f", *v) : std::string("null"); };
+        j += "  \"truth\": {\"file\": \"" + json_escape(s.truthFile) +
+             "\", \"frames_scored\": " + std::to_string(t.framesScored) +
+             ", \"frames_with_person\": " + std::to_string(t.framesWithPerson) +
+             ", \"face_in_view\": " + num(t.faceInView) +
+             ", \"face_in_centre_third\": " + num(t.faceInCentreThird) +
+             ", \"centre_offset_median\": " + num(t.centreOffsetMedian) +
+             ", \"centre_offset_p95\": " + num(t.centreOffsetP95) +
+             ", \"face_height_median\": " + num(t.faceHeightMedian) +
+             ", \"face_height_p95\": " + num(t.faceHeightP95) +
+             ", \"moves_per_minute\": " + num(t.movesPerMinute) +
+             ", \"reversal_share\": " + num(t.reversalShare) +
+             ", \"entry_to_frame_s\": " + num(t.entryToFrameS) +
+             ", \"exit_to_full_view_s\": " + num(t.exitToFullViewS) +
+             ", \"target_changes_per_minute\": " + num(t.targetChangesPerMinute) + "},\n";
+    }
     j += "  \"daemon_log_cut\": " + std::string(s.daemonLogCut ? "true" : "false") + ",\n";
     j += "  \"notes\": [";
     for (size_t i = 0; i < r.notes.size(); ++i) {
@@ -298,6 +316,31 @@ std::string report_html(const Summary &s, bool haveVideo, bool haveTimeline) {
     h += spread_row("strategies", s.strategies);
     h += spread_row("all", s.all);
     h += "</table>\n";
+
+    if (!s.truthFile.empty()) {
+        const FramingScore &t = s.truth;
+        auto cell = [](const std::optional<double> &v, const char *format, double scale) {
+            return v ? fmt(format, *v * scale) : std::string("no data");
+        };
+        h += "<h3>Framing against the true faces</h3>\n<table id=\"truth\">\n";
+        h += row("truth file", s.truthFile);
+        h += row("frames scored", std::to_string(t.framesScored) + " (" + std::to_string(t.framesWithPerson) +
+                                      " with a person)");
+        h += row("followed face wholly in view", cell(t.faceInView, "%.1f %%", 100));
+        h += row("... and in the middle third", cell(t.faceInCentreThird, "%.1f %%", 100));
+        h += row("face centre from view centre (share of view width)",
+                 "median " + cell(t.centreOffsetMedian, "%.3f", 1) + ", 95th percentile " +
+                     cell(t.centreOffsetP95, "%.3f", 1));
+        h += row("face height (share of view height)", "median " + cell(t.faceHeightMedian, "%.3f", 1) +
+                                                           ", 95th percentile " +
+                                                           cell(t.faceHeightP95, "%.3f", 1));
+        h += row("moves per minute", cell(t.movesPerMinute, "%.1f", 1));
+        h += row("moves reversing the previous one", cell(t.reversalShare, "%.1f %%", 100));
+        h += row("person entering to framed (median)", cell(t.entryToFrameS, "%.2f s", 1));
+        h += row("last person leaving to full view (median)", cell(t.exitToFullViewS, "%.2f s", 1));
+        h += row("followed person changes per minute", cell(t.targetChangesPerMinute, "%.1f", 1));
+        h += "</table>\n";
+    }
 
     h += "<h3>Gamma</h3>\n";
     if (!r.gammaAsked) {

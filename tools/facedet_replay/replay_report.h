@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "framing_score.h"
 #include "replay_log.h"
 
 namespace replay {
@@ -41,6 +42,9 @@ struct Summary {
     int simPackets = 0, simBadPackets = 0, simStates = 0;
     std::vector<GammaAnswer> gamma;
     bool daemonLogCut = false;
+    // Scored against a truth file (--truth); truthFile empty: not scored.
+    std::string truthFile;
+    FramingScore truth;
 };
 
 // The PTS of each taken frame of the daemon log (matched by order with the
