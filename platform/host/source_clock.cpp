@@ -59,7 +59,9 @@ ClockFile::~ClockFile() {
 
 bool ClockFile::open(const std::string &path, std::string *error) {
     close();
-    const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    // Never truncated below its size: a reader may still map the file of an
+    // earlier run, and a mapping past the end of a file faults.
+    const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
     if (fd < 0 || ::ftruncate(fd, kClockFileBytes) != 0) {
         *error = std::strerror(errno);
         if (fd >= 0) {
@@ -74,6 +76,7 @@ bool ClockFile::open(const std::string &path, std::string *error) {
         return false;
     }
     word_ = static_cast<uint64_t *>(map);
+    publish(0);
     return true;
 }
 

@@ -40,7 +40,8 @@ class ClockFile {
     ~ClockFile();
     ClockFile(const ClockFile &) = delete;
     ClockFile &operator=(const ClockFile &) = delete;
-    // Creates or truncates `path` and maps it; false with *error on failure.
+    // Creates `path` (or reuses it, resized to 8 bytes), maps it and stores
+    // 0; false with *error on failure.
     bool open(const std::string &path, std::string *error);
     void publish(MI_U64 timeUs);
     void close();

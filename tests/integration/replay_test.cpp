@@ -3,7 +3,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -78,6 +80,12 @@ int run_chromium(const TempDir &dir, const std::vector<std::string> &extra, cons
     const int status = child.wait_exit(120s);
     *out = child.out();
     return status;
+}
+
+// A number of summary.json; NaN for null or a missing key.
+double figure(const std::string &json, const std::string &key) {
+    const size_t at = json.find("\"" + key + "\": ");
+    return at == std::string::npos ? NAN : std::strtod(json.c_str() + at + key.size() + 4, nullptr);
 }
 
 long file_size(const std::string &path) {
@@ -176,11 +184,16 @@ TEST(ReplayBadInput, OutputFolderWithFilesNeedsForce) {
     EXPECT_NE(refused.err.find("--force"), std::string::npos) << refused.err;
     EXPECT_NE(read_file(dir.file("out/summary.json")).find("stale"), std::string::npos);
 
-    // Forced: the stale figures are replaced; the grey clip has no face.
-    const Replay forced = replay(dir, {clip, "--out", dir.file("out"), "--lockstep", "--force"});
+    // Forced: the stale figures are replaced; the grey clip has no face. A
+    // truth file that cannot be scored is named and the run goes on unscored.
+    write_file(dir.file("truth.csv"), "frame,person,x,y,w,h,score\n");
+    const Replay forced = replay(
+        dir, {clip, "--out", dir.file("out"), "--lockstep", "--force", "--truth", dir.file("truth.csv")});
     ASSERT_EQ(forced.status, 0) << forced.out << forced.err;
+    EXPECT_NE(forced.err.find("truth.csv: line 1: unknown column 'score'"), std::string::npos) << forced.err;
     const std::string json = read_file(dir.file("out/summary.json"));
     EXPECT_EQ(json.find("stale"), std::string::npos);
+    EXPECT_EQ(json.find("\"truth\": {"), std::string::npos) << json;
     EXPECT_NE(json.find("\"no_face_found\": true"), std::string::npos) << json;
     EXPECT_NE(json.find("\"analysed\": 5"), std::string::npos) << json;
     EXPECT_NE(json.find("\"moves\": 0,"), std::string::npos) << json;
@@ -200,6 +213,39 @@ TEST(ReplayBadInput, DaemonPastItsTimeLimitIsReportedIncomplete) {
     EXPECT_NE(read_file(dir.file("out/report.html")).find("incomplete: daemon"), std::string::npos);
     EXPECT_NE(r.out.find("incomplete"), std::string::npos) << r.out;
 }
+
+#ifdef SCENARIO_CLIP_BIN
+// A person walks in: the lockstep run is scored on the clip's own timeline.
+TEST(ReplayTruth, ScenarioIsScoredOnTheVideosTimeline) {
+    TempDir dir;
+    ChildProcess::Options options;
+    options.args = {"--scenario",           "enter",   "--frames",           "60", "--out",
+                    dir.file("enter.nv12"), "--truth", dir.file("truth.csv")};
+    options.workDir = dir.path();
+    ASSERT_EQ(ChildProcess(SCENARIO_CLIP_BIN, options).wait_exit(60s), 0);
+    const Replay r = replay(dir, {dir.file("enter.nv12"), "--out", dir.file("out"), "--lockstep", "--truth",
+                                  dir.file("truth.csv")});
+    ASSERT_EQ(r.status, 0) << r.out << r.err;
+    const std::string json = read_file(dir.file("out/summary.json"));
+    EXPECT_NE(json.find("\"truth\": {\"file\": \"" + dir.file("truth.csv")), std::string::npos) << json;
+    EXPECT_EQ(figure(json, "frames_scored"), 60) << json;
+    EXPECT_GT(figure(json, "frames_with_person"), 10) << json;
+    EXPECT_GE(figure(json, "face_in_view"), 0.8) << json;
+    EXPECT_TRUE(figure(json, "face_height_median") > 0.05 && figure(json, "face_height_p95") < 1) << json;
+    EXPECT_TRUE(figure(json, "entry_to_frame_s") > 0 && figure(json, "entry_to_frame_s") < 1.5) << json;
+    EXPECT_GT(figure(json, "moves_per_minute"), 0) << json;
+    EXPECT_NE(read_file(dir.file("out/report.html")).find("id=\"truth\""), std::string::npos);
+    // The camera moved on the source's time: frames 1/30 s apart from 0, and
+    // no camera state later than the last frame.
+    const std::string frames = read_file(dir.file("out/logs/frames.log"));
+    EXPECT_EQ(frames.rfind("0 0 taken", 0), 0u) << frames.substr(0, 80);
+    EXPECT_NE(frames.find("\n59 1966667 taken"), std::string::npos);
+    const std::string sim = read_file(dir.file("out/logs/camera_sim.jsonl"));
+    for (size_t at = sim.find("{\"t_us\":"); at != std::string::npos; at = sim.find("{\"t_us\":", at + 1)) {
+        ASSERT_LE(std::strtoll(sim.c_str() + at + 8, nullptr, 10), 1966667) << sim.substr(at, 80);
+    }
+}
+#endif
 
 TEST(ReplayGamma, MissingPeerIsNamedOrItsAnswersAreReported) {
     TempDir dir;

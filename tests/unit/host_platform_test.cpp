@@ -114,6 +114,7 @@ class Host : public ::testing::Test {
         cfg.pace = pace;
         cfg.loop = loop;
         cfg.frameLogPath = log_;
+        cfg.clockPath = clock_;
         std::string error;
         ASSERT_TRUE(host::parse_faults(faults, &cfg.faults, &error)) << error;
         host::use_config_for_next_init(cfg);
@@ -129,7 +130,7 @@ class Host : public ::testing::Test {
     }
     void TearDown() override { stop(); }
     TempDir dir_;
-    std::string clip_ = dir_.file("clip.nv12"), log_ = dir_.file("frames.log");
+    std::string clip_ = dir_.file("clip.nv12"), log_ = dir_.file("frames.log"), clock_ = dir_.file("clock");
     bool running_ = false;
 };
 
@@ -192,6 +193,13 @@ TEST_F(Host, LockstepDeliversEveryFrameInOrderAndLogsIt) {
         EXPECT_TRUE(frame_matches(info, k)) << k << " came as " << frame_index(info);
         EXPECT_FALSE(readable(fd, 0)) << "nothing is queued while the frame is held";
         pts.push_back(info.u64Pts);
+        // Lockstep lives on the clip's timeline (30 fps), published for camera_sim.
+        EXPECT_EQ(info.u64Pts, (k * 1000000u + 15) / 30) << k;
+        MI_U64 now = 0, published = 0;
+        ASSERT_EQ(MI_SYS_GetCurPts(&now), MI_SUCCESS);
+        EXPECT_TRUE(now >= info.u64Pts && now < info.u64Pts + 33333) << now;
+        std::ifstream(clock_, std::ios::binary).read(reinterpret_cast<char *>(&published), sizeof published);
+        EXPECT_EQ(published, info.u64Pts);
         ASSERT_EQ(MI_SYS_ChnOutputPortPutBuf(h), MI_SUCCESS);
     }
     EXPECT_FALSE(readable(fd, 300));

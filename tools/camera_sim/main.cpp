@@ -138,6 +138,7 @@ class Simulator {
   public:
     Simulator(int fd, FILE *log, SourceClock *clock) : fd_(fd), log_(log), clock_(clock) {
         lastAdvance_ = now();
+        tickTime_ = lastAdvance_;
     }
 
     // The simulation's time: the wall clock, or the followed source time.
@@ -151,7 +152,7 @@ class Simulator {
     }
 
     std::string stamp(const char *event) const {
-        return "{\"t_us\":" + std::to_string(now()) + ",\"event\":\"" + event + "\"";
+        return "{\"t_us\":" + std::to_string(tickTime_) + ",\"event\":\"" + event + "\"";
     }
 
     void sample() {
@@ -163,7 +164,7 @@ class Simulator {
                  ptz_.zoom().position * 9 / 16, ptz_.pan().target, ptz_.tilt().target, ptz_.zoom().target,
                  ptz_.moving() ? "true" : "false");
         log_line(stamp("state") + text);
-        lastSample_ = now();
+        lastSample_ = tickTime_;
     }
 
     void send_reply(const Bytes &reply, const sockaddr_un &to, socklen_t toLength) {
@@ -229,6 +230,7 @@ class Simulator {
         // A followed clock restarts at 0 when a new run recreates its file.
         ptz_.advance(static_cast<double>(std::max<int64_t>(t - lastAdvance_, 0)) / 1e6);
         lastAdvance_ = t;
+        tickTime_ = t;
         if (wasMoving && (!ptz_.moving() || t - lastSample_ >= kSampleMicros)) {
             sample();
         }
@@ -251,6 +253,9 @@ class Simulator {
     SourceClock *clock_;
     SimPtz ptz_;
     int64_t lastAdvance_ = 0;
+    // Every line of one wake-up carries the time the head was moved to, so
+    // packets that arrived together are dated together.
+    int64_t tickTime_ = 0;
     int64_t lastSample_ = 0;
 };
 

@@ -1,0 +1,133 @@
+// facedet_replay's truth files and framing figures: bad truth files are
+// refused with their line, and the figures on small hand-made runs.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "framing_score.h"
+#include "truth_file.h"
+
+using namespace replay;
+
+namespace {
+
+TEST(ReplayTruth, BadFilesAreRefusedNamingTheLine) {
+    const std::string header = "frame,person,x,y,w,h\n";
+    struct Case {
+        std::string text;
+        long sourceFrames;
+        std::string error;  // empty: accepted
+    } cases[] = {
+        {"# size=416x234\n# frames=3\n# every=2\n# any comment\n" + header +
+             "0,0,1,2,3,4\n\n2,1,0,0,416,234\n",
+         3, ""},
+        {"person,frame,h,w,y,x\n0,4,5,5,5,5\n", -1, ""},
+        {"", 3, "line 0: no header"},
+        {"frame,person,x,y,w,h,score\n", 3, "line 1: unknown column 'score'"},
+        {"frame,person,x,y,w\n", 3, "line 1: no column 'h'"},
+        {header + "0,0,1,2,3\n", 3, "line 2: 5 fields"},
+        {header + "0,0,1,2,3,x4\n", 3, "line 2: h 'x4' is not a whole number"},
+        {header + "0,0,-1,2,3,4\n", 3, "line 2: box -1,2 3x4 is not inside"},
+        {header + "0,0,400,2,17,4\n", 3, "line 2: box 400,2 17x4"},
+        {header + "0,0,1,2,0,4\n", 3, "line 2: box"},
+        {"# size=640x360\n" + header, 3, "line 1: boxes are in a 640x360 frame"},
+        {"# frames=2\n" + header, 3, "line 1: the labels cover 2 frames but the source has 3"},
+        {header + "3,0,1,2,3,4\n", 3, "line 2: frame 3 is past the last labelled frame 2"},
+        {"# frames=5\n" + header + "5,0,1,2,3,4\n", -1, "line 3: frame 5 is past"},
+        {"# every=2\n" + header + "1,0,1,2,3,4\n", 3, "line 3: frame 1 is not a multiple of every=2"},
+        {header + "2,0,1,2,3,4\n1,0,1,2,3,4\n", 3, "line 3: frame 1 comes after frame 2"},
+        {header + "1,0,1,2,3,4\n1,0,5,2,3,4\n", 3, "line 3: person 0 appears twice in frame 1"},
+        {header + "# every=2\n", 3, "line 2: 'every=' must come before the header"},
+    };
+    for (const Case &c : cases) {
+        Truth truth;
+        std::string error;
+        EXPECT_EQ(parse_truth(c.text, c.sourceFrames, &truth, &error), c.error.empty()) << c.text << error;
+        EXPECT_EQ(error.rfind(c.error, 0), 0u) << c.text << "\n got: " << error;
+    }
+    Truth truth;
+    std::string error;
+    ASSERT_TRUE(parse_truth(cases[0].text, 3, &truth, &error));
+    EXPECT_EQ(truth.frames * 10 + truth.every, 32);
+    ASSERT_EQ(truth.faces.size(), 2u);
+    EXPECT_EQ(truth.faces[1].box.x + truth.faces[1].box.w + truth.faces[1].frame, 418);
+    EXPECT_TRUE(parse_truth(cases[1].text, -1, &truth, &error));
+    EXPECT_EQ(truth.faces[0].box.x + truth.faces[0].frame * 10, 45) << "columns are found by name";
+}
+
+ScoreFrame at(long index, double seconds, double pan, double width) {
+    ScoreFrame f;
+    f.sourceIndex = index;
+    f.tUs = static_cast<int64_t>(seconds * 1e6);
+    f.view.pan = pan;
+    f.view.width = width;
+    f.view.height = width * 9 / 16;
+    return f;
+}
+
+TEST(ReplayScore, FiguresOfSmallRuns) {
+    // A 20x20 face at the frame's centre, one at its left edge; 1920x1080 scale 4.615 x 4.615.
+    const Box centre{198, 107, 20, 20}, left{10, 107, 20, 20};
+    ScoreFrame chosenLeft = at(0, 0, 0, 1920);
+    chosenLeft.hasPerson = true;
+    chosenLeft.person = Box{0, 400, 200, 300};
+    const ScoreMove away{1500000, false, 800, 0, 480}, onFace{2000000, false, 0, 0, 960};
+    struct Case {
+        const char *what;
+        std::vector<TruthFace> faces;
+        std::vector<ScoreFrame> frames;
+        std::vector<ScoreMove> moves;
+        std::vector<std::optional<double>> expected;  // in view, centre third, offset, height, moves/min,
+                                                      // reversals, entry, exit, target changes/min
+    } cases[] = {
+        {"the full view holds the centred face",
+         {{0, 0, centre}},
+         {at(0, 0, 0, 1920)},
+         {},
+         {1.0, 1.0, 0.0, 20.0 / 234, std::nullopt, std::nullopt, std::nullopt, std::nullopt, std::nullopt}},
+        {"a close view beside the face cuts it",
+         {{0, 0, centre}},
+         {at(0, 0, -600, 480)},
+         {},
+         {0.0, 0.0, 1.25, 20.0 / 234 * 1080 / 270, std::nullopt, std::nullopt, std::nullopt, std::nullopt,
+          std::nullopt}},
+        {"the daemon's choice is followed, not the face nearest the centre",
+         {{0, 0, left}, {0, 1, centre}, {1, 0, left}, {1, 1, centre}},
+         {chosenLeft, at(1, 60, 0, 1920)},
+         {},
+         {1.0, 0.5, (960 - 92.3) / 1920 / 2, 20.0 / 234, 0.0, std::nullopt, std::nullopt, std::nullopt, 1.0}},
+        {"right then left is a reversal, a zoom alone is not",
+         {},
+         {at(0, 0, 0, 1920), at(1, 60, 0, 1920)},
+         {{1, false, 100, 0, 1000},
+          {2, false, -100, 0, 1000},
+          {3, false, -100, 0, 800},
+          {4, false, -100, 0, 800}},
+         {std::nullopt, std::nullopt, std::nullopt, std::nullopt, 3.0, 0.5, std::nullopt, std::nullopt,
+          std::nullopt}},
+        {"an entry is framed by the first move that holds the face; an exit ends in the full view",
+         {{1, 0, centre}, {2, 0, centre}},
+         {at(0, 0, 0, 1920), at(1, 1, 0, 1920), at(2, 2, 0, 1920), at(3, 3, 0, 1920), at(4, 4, 0, 1920)},
+         {away, onFace, {4000000, true, 0, 0, 1920}},
+         {1.0, 1.0, 0.0, 20.0 / 234, 45.0, 0.5, 1.0, 1.0, std::nullopt}},
+    };
+    for (const Case &c : cases) {
+        Truth truth;
+        truth.faces = c.faces;
+        const FramingScore s = score_framing(truth, c.frames, c.moves, -1);
+        const std::optional<double> got[] = {
+            s.faceInView,       s.faceInCentreThird, s.centreOffsetMedian,
+            s.faceHeightMedian, s.movesPerMinute,    s.reversalShare,
+            s.entryToFrameS,    s.exitToFullViewS,   s.targetChangesPerMinute};
+        EXPECT_EQ(s.framesScored, static_cast<int>(c.frames.size())) << c.what;
+        for (size_t i = 0; i < c.expected.size(); ++i) {
+            ASSERT_EQ(got[i].has_value(), c.expected[i].has_value()) << c.what << ", figure " << i;
+            if (got[i]) {
+                EXPECT_NEAR(*got[i], *c.expected[i], 0.02) << c.what << ", figure " << i;
+            }
+        }
+    }
+}
+
+}  // namespace
