@@ -81,7 +81,7 @@ const std::vector<Scenario> &all_scenarios() {
         {{"one_leaves", 120, "two people stand, the one right of centre walks out to the right"},
          {{kPersonA, 50, {{0.0, 110, 108}, {1.0, 110, 108}}},
           {kPersonB, 40, {{0.0, 250, 80}, {0.35, 250, 80}, {0.75, 500, 80}, {1.0, 500, 80}}}}},
-        // 30 of 90 frames: one second at the stream's 30 fps, longer than the
+        // 29 of 90 frames: about a second at the stream's 30 fps, longer than the
         // camera's patience with a frame without faces.
         {{"turn_away", 90, "one person in the middle turns away for a second, then back"},
          {{kPersonA, 48, {{0.0, 208, 100}, {1.0, 208, 100}}, 0.4, 0.73}}},
