@@ -6,7 +6,7 @@ if(NOT (FACEDET_WITH_OPENCV AND TARGET facedet_scenario_clip))
 endif()
 
 facedet_integration_test(framing_test
-  SOURCES framing_test.cpp framing_support.cpp daemon_fixture.cpp
+  SOURCES framing_test.cpp daemon_fixture.cpp
   LIBS facedet_scenario_clip facedet_detector opencv_imgcodecs opencv_imgproc)
 target_compile_definitions(framing_test PRIVATE
   CAMERA_SIM_BIN="$<TARGET_FILE:camera_sim>"

@@ -270,13 +270,13 @@ TEST_F(Host, UserDepthLimitsHeldFramesAndLoopKeepsCounting) {
 }
 
 TEST(HostFrames, ScalesARawFrameForASecondPortOfAnotherSize) {
-    std::vector<uint8_t> src(8 * 4 * 3 / 2), dst(4 * 2 * 3 / 2);
+    std::vector<uint8_t> src(8 * 4 * 3 / 2), dst(6 * 2 * 3 / 2);
     for (size_t i = 0; i < src.size(); ++i) {
         src[i] = static_cast<uint8_t>(i);
     }
-    host::scale_nv12_nearest(src.data(), 8, 4, dst.data(), 4, 2);
-    // Every second luma pixel of every second row; U,V pairs stay together.
-    EXPECT_EQ(dst, (std::vector<uint8_t>{0, 2, 4, 6, 16, 18, 20, 22, 32, 33, 36, 37}));
+    host::scale_nv12_nearest(src.data(), 8, 4, dst.data(), 6, 2);
+    // Nearest pixels of every second row (8 -> 6 across); U,V pairs stay together.
+    EXPECT_EQ(dst, (std::vector<uint8_t>{0, 1, 2, 4, 5, 6, 16, 17, 18, 20, 21, 22, 32, 33, 34, 35, 36, 37}));
 }
 
 #if !FACEDET_HOST_HAS_OPENCV
