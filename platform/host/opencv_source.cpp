@@ -9,6 +9,9 @@
 #include <cctype>
 #include <cstring>
 #include <exception>
+#include <fstream>
+#include <iterator>
+#include <vector>
 
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
@@ -132,8 +135,8 @@ class OpenCvSource final : public FrameSource {
     const cv::Mat *current_ = nullptr;
 };
 
-std::unique_ptr<FrameSource> open_image(const std::string &path, std::string *error) {
-    cv::Mat image = cv::imread(path, cv::IMREAD_COLOR);
+std::unique_ptr<FrameSource> decode_image(const std::vector<uint8_t> &bytes, std::string *error) {
+    cv::Mat image = bytes.empty() ? cv::Mat() : cv::imdecode(bytes, cv::IMREAD_COLOR);
     if (image.empty()) {
         *error = "OpenCV cannot read it as an image";
         return nullptr;
@@ -143,6 +146,13 @@ std::unique_ptr<FrameSource> open_image(const std::string &path, std::string *er
         return nullptr;
     }
     return std::make_unique<OpenCvSource>(std::move(image));
+}
+
+std::unique_ptr<FrameSource> open_image(const std::string &path, std::string *error) {
+    std::ifstream file(path, std::ios::binary);
+    const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(file)),
+                                     std::istreambuf_iterator<char>());
+    return decode_image(bytes, error);
 }
 
 std::unique_ptr<FrameSource> open_source(const std::string &path, std::string *error) {
@@ -168,6 +178,15 @@ std::unique_ptr<FrameSource> open_opencv_source(const std::string &path, std::st
     // OpenCV reports some failures by exception; the MI boundary must not see them.
     try {
         return open_source(path, error);
+    } catch (const std::exception &e) {
+        *error = std::string("OpenCV: ") + e.what();
+        return nullptr;
+    }
+}
+
+std::unique_ptr<FrameSource> open_image_bytes(const std::vector<uint8_t> &bytes, std::string *error) {
+    try {
+        return decode_image(bytes, error);
     } catch (const std::exception &e) {
         *error = std::string("OpenCV: ") + e.what();
         return nullptr;
