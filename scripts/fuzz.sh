@@ -46,6 +46,13 @@ if ((${#targets[@]} == 0)); then
   done
 fi
 
+# Image decoders allocate what a header claims before reading any pixel; a
+# 4-megapixel cap keeps a 100-byte file from claiming gigabytes (OpenCV reads
+# it when it loads, so it must be in the environment). One OpenCV thread: the
+# inputs are tiny, and a thread pool per input only slows the run.
+export OPENCV_IO_MAX_IMAGE_PIXELS=${OPENCV_IO_MAX_IMAGE_PIXELS:-4194304}
+export OPENCV_FOR_THREADS_NUM=${OPENCV_FOR_THREADS_NUM:-1}
+
 findings=$root/build/fuzz-findings
 mkdir -p "$findings"
 summary=${FUZZ_SUMMARY:-$findings/summary.txt}

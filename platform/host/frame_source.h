@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace host {
 
@@ -51,6 +52,10 @@ std::unique_ptr<FrameSource> open_raw_nv12_source(const std::string &path, std::
 
 #if FACEDET_HOST_HAS_OPENCV
 std::unique_ptr<FrameSource> open_opencv_source(const std::string &path, std::string *error);
+
+// A still image from the bytes of an image file (what open_frame_source does
+// after reading the file).
+std::unique_ptr<FrameSource> open_image_bytes(const std::vector<uint8_t> &bytes, std::string *error);
 #endif
 
 // Nearest-neighbour NV12 scaling, for a raw frame that also feeds a port of

@@ -9,6 +9,9 @@
 #include <cctype>
 #include <cstring>
 #include <exception>
+#include <fstream>
+#include <iterator>
+#include <vector>
 
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
@@ -132,8 +135,24 @@ class OpenCvSource final : public FrameSource {
     const cv::Mat *current_ = nullptr;
 };
 
-std::unique_ptr<FrameSource> open_image(const std::string &path, std::string *error) {
-    cv::Mat image = cv::imread(path, cv::IMREAD_COLOR);
+// OpenCV picks its decoder by the content, whatever the file's name, and some
+// of its decoders (medical and JPEG 2000 ones among them) abort the process on
+// a damaged file. Only the formats a camera developer feeds are let through.
+bool is_still_format_we_read(const std::vector<uint8_t> &bytes) {
+    auto starts = [&bytes](const char *magic, size_t n, size_t at = 0) {
+        return bytes.size() >= at + n && std::memcmp(bytes.data() + at, magic, n) == 0;
+    };
+    const bool pnm = bytes.size() >= 2 && bytes[0] == 'P' && bytes[1] >= '1' && bytes[1] <= '6';
+    return starts("\x89PNG", 4) || starts("\xFF\xD8\xFF", 3) || starts("BM", 2) || starts("II*\0", 4) ||
+           starts("MM\0*", 4) || (starts("RIFF", 4) && starts("WEBP", 4, 8)) || pnm;
+}
+
+std::unique_ptr<FrameSource> decode_image(const std::vector<uint8_t> &bytes, std::string *error) {
+    if (!is_still_format_we_read(bytes)) {
+        *error = "not a PNG, JPEG, BMP, TIFF, WebP or PNM image";
+        return nullptr;
+    }
+    cv::Mat image = cv::imdecode(bytes, cv::IMREAD_COLOR);
     if (image.empty()) {
         *error = "OpenCV cannot read it as an image";
         return nullptr;
@@ -143,6 +162,13 @@ std::unique_ptr<FrameSource> open_image(const std::string &path, std::string *er
         return nullptr;
     }
     return std::make_unique<OpenCvSource>(std::move(image));
+}
+
+std::unique_ptr<FrameSource> open_image(const std::string &path, std::string *error) {
+    std::ifstream file(path, std::ios::binary);
+    const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(file)),
+                                     std::istreambuf_iterator<char>());
+    return decode_image(bytes, error);
 }
 
 std::unique_ptr<FrameSource> open_source(const std::string &path, std::string *error) {
@@ -168,6 +194,15 @@ std::unique_ptr<FrameSource> open_opencv_source(const std::string &path, std::st
     // OpenCV reports some failures by exception; the MI boundary must not see them.
     try {
         return open_source(path, error);
+    } catch (const std::exception &e) {
+        *error = std::string("OpenCV: ") + e.what();
+        return nullptr;
+    }
+}
+
+std::unique_ptr<FrameSource> open_image_bytes(const std::vector<uint8_t> &bytes, std::string *error) {
+    try {
+        return decode_image(bytes, error);
     } catch (const std::exception &e) {
         *error = std::string("OpenCV: ") + e.what();
         return nullptr;

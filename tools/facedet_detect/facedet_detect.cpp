@@ -16,8 +16,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -26,6 +24,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "detector/slim_face_detector.h"
+#include "annotations.h"
 #include "face_matching.h"
 
 namespace {
@@ -42,11 +41,6 @@ struct Options {
     std::string imagesDir;
     bool log = false;
     std::vector<std::string> images;
-};
-
-struct AnnotatedFace {
-    EvalBox box;  // original pixels
-    bool invalid;
 };
 
 void usage(FILE *to) {
@@ -113,81 +107,18 @@ std::string dir_name(const std::string &path) {
     return slash == std::string::npos ? "." : path.substr(0, slash);
 }
 
-std::string face_key(const std::string &image, int x, int y, int w, int h) {
-    std::ostringstream key;
-    key << image << ' ' << x << ' ' << y << ' ' << w << ' ' << h;
-    return key.str();
-}
-
-// image name -> faces, in file order; the order of first appearance of the
-// images goes to order.
-bool read_annotations(const std::string &path, std::map<std::string, std::vector<AnnotatedFace>> &faces,
-                      std::vector<std::string> &order) {
+// Opens path and hands it to a reader of annotations.h; a line on failure.
+template <typename Reader>
+bool read_file(const std::string &path, Reader reader) {
     std::ifstream in(path);
     if (!in) {
         fprintf(stderr, "facedet_detect: cannot read %s: %s\n", path.c_str(), strerror(errno));
         return false;
     }
-    std::string line;
-    int lineNo = 0;
-    while (std::getline(in, line)) {
-        ++lineNo;
-        if (line.empty()) {
-            continue;
-        }
-        std::istringstream fields(line);
-        std::string image;
-        int x, y, w, h;
-        if (!(fields >> image >> x >> y >> w >> h)) {
-            fprintf(stderr, "facedet_detect: %s:%d: expected 'image x y w h'\n", path.c_str(), lineNo);
-            return false;
-        }
-        if (faces.find(image) == faces.end()) {
-            order.push_back(image);
-        }
-        faces[image].push_back({{double(x), double(y), double(w), double(h)}, false});
-    }
-    return true;
-}
-
-// Marks the annotated faces that the attributes file flags invalid.
-bool apply_attributes(const std::string &path, std::map<std::string, std::vector<AnnotatedFace>> &faces) {
-    std::ifstream in(path);
-    if (!in) {
-        fprintf(stderr, "facedet_detect: cannot read %s: %s\n", path.c_str(), strerror(errno));
+    std::string error;
+    if (!reader(in, error)) {
+        fprintf(stderr, "facedet_detect: %s\n", error.c_str());
         return false;
-    }
-    std::map<std::string, int> invalidKeys;
-    std::string line;
-    int lineNo = 0;
-    while (std::getline(in, line)) {
-        ++lineNo;
-        if (line.empty()) {
-            continue;
-        }
-        std::istringstream fields(line);
-        std::string image;
-        int x, y, w, h, blur, expression, illumination, invalid;
-        if (!(fields >> image >> x >> y >> w >> h >> blur >> expression >> illumination >> invalid)) {
-            fprintf(
-                stderr,
-                "facedet_detect: %s:%d: expected 'image x y w h blur expression illumination invalid ...'\n",
-                path.c_str(), lineNo);
-            return false;
-        }
-        if (invalid != 0) {
-            ++invalidKeys[face_key(image, x, y, w, h)];
-        }
-    }
-    for (auto &entry : faces) {
-        for (AnnotatedFace &face : entry.second) {
-            auto it = invalidKeys.find(
-                face_key(entry.first, int(face.box.x), int(face.box.y), int(face.box.w), int(face.box.h)));
-            if (it != invalidKeys.end() && it->second > 0) {
-                --it->second;
-                face.invalid = true;
-            }
-        }
     }
     return true;
 }
@@ -241,14 +172,18 @@ int main(int argc, char **argv) {
         }
     }
 
-    std::map<std::string, std::vector<AnnotatedFace>> annotated;
+    AnnotatedFaces annotated;
     std::vector<std::string> annotatedOrder;
     const bool evaluate = !opt.annotations.empty();
     if (evaluate) {
-        if (!read_annotations(opt.annotations, annotated, annotatedOrder)) {
-            return 1;
-        }
-        if (!opt.attributes.empty() && !apply_attributes(opt.attributes, annotated)) {
+        auto readFaces = [&](std::istream &in, std::string &error) {
+            return read_annotations(in, opt.annotations, annotated, annotatedOrder, &error);
+        };
+        auto readAttributes = [&](std::istream &in, std::string &error) {
+            return apply_attributes(in, opt.attributes, annotated, &error);
+        };
+        if (!read_file(opt.annotations, readFaces) ||
+            (!opt.attributes.empty() && !read_file(opt.attributes, readAttributes))) {
             return 1;
         }
         if (opt.images.empty()) {
