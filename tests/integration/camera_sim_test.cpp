@@ -27,17 +27,10 @@ using Bytes = std::vector<uint8_t>;
 
 namespace {
 
-std::unique_ptr<ChildProcess> run(const char *program, std::vector<std::string> args) {
-    ChildProcess::Options options;
-    options.args = std::move(args);
-    options.workDir = ipc_runtime_dir();
-    return std::make_unique<ChildProcess>(program, options);
-}
-
 std::unique_ptr<ChildProcess> start_camera_sim(const std::string &log, std::vector<std::string> more = {}) {
     std::vector<std::string> args = {"--runtime-dir", ipc_runtime_dir(), "--log", log};
     args.insert(args.end(), more.begin(), more.end());
-    auto sim = run(CAMERA_SIM_BIN, args);
+    auto sim = spawn(CAMERA_SIM_BIN, args, ipc_runtime_dir());
     EXPECT_TRUE(sim->wait_for_output("camera_sim: listening on", 20s)) << sim->err();
     return sim;
 }
@@ -235,7 +228,7 @@ TEST(CameraSim, ReplacesALeftoverPathAndKeepsItsTimeLimit) {
     auto sim = start_camera_sim(ipc_runtime_dir() + "/limit.jsonl", {"--seconds", "0.5"});
     EXPECT_EQ(sim->wait_exit(20s), 0);
     EXPECT_NE(sim->out().find("camera_sim: stopped (time limit)"), std::string::npos) << sim->out();
-    auto bad = run(CAMERA_SIM_BIN, {"--seconds", "soon"});
+    auto bad = spawn(CAMERA_SIM_BIN, {"--seconds", "soon"}, ipc_runtime_dir());
     EXPECT_EQ(bad->wait_exit(20s), 2);
     EXPECT_NE(bad->err().find("--seconds"), std::string::npos);
 }
@@ -252,7 +245,7 @@ TEST(FacedetCtl, SwitchesTheDaemonsCommandByte) {
     for (const auto &c : cases) {
         std::vector<std::string> args = {"--runtime-dir", ipc_runtime_dir()};
         args.insert(args.end(), c.args.begin(), c.args.end());
-        auto ctl = run(FACEDET_CTL_BIN, args);
+        auto ctl = spawn(FACEDET_CTL_BIN, args, ipc_runtime_dir());
         EXPECT_EQ(ctl->wait_exit(20s), 0) << ctl->err();
         EXPECT_TRUE(eventually([&] { return MsgBuf[0] == c.first && MsgBuf[1] == c.second; })) << c.args[0];
     }
@@ -260,12 +253,12 @@ TEST(FacedetCtl, SwitchesTheDaemonsCommandByte) {
 
     for (const auto &[args, error] :
          {std::pair<std::vector<std::string>, std::string>{{"1", "300"}, "'300' is not a byte"}, {{}, ""}}) {
-        auto bad = run(FACEDET_CTL_BIN, args);
+        auto bad = spawn(FACEDET_CTL_BIN, args, ipc_runtime_dir());
         EXPECT_EQ(bad->wait_exit(20s), 2);
         EXPECT_NE(bad->err().find(error), std::string::npos) << bad->err();
     }
     TempDir empty;
-    auto noDaemon = run(FACEDET_CTL_BIN, {"--runtime-dir", empty.path(), "run"});
+    auto noDaemon = spawn(FACEDET_CTL_BIN, {"--runtime-dir", empty.path(), "run"}, ipc_runtime_dir());
     EXPECT_EQ(noDaemon->wait_exit(20s), 1);
     EXPECT_NE(noDaemon->err().find("cannot send to " + empty.path() +
                                    "/sin_addr.socket: No such file or directory"),
@@ -275,7 +268,7 @@ TEST(FacedetCtl, SwitchesTheDaemonsCommandByte) {
 
 TEST(ShmTrackTool, WritesRecordsAndRemovesTheSegment) {
     ipc_runtime_dir();
-    auto tool = run(SHM_TRACK_TEST_BIN, {"--rounds", "2", "--remove"});
+    auto tool = spawn(SHM_TRACK_TEST_BIN, {"--rounds", "2", "--remove"}, ipc_runtime_dir());
     EXPECT_EQ(tool->wait_exit(20s), 0) << tool->err();
     EXPECT_EQ(tool->out(), "send data ok!!!\ncount:0\nsend data ok!!!\ncount:1\n");
     ipc_remove_segment();

@@ -78,18 +78,16 @@ TEST_F(DaemonTest, DescriptorFailureEndsTheFrameThreadAndTheDaemon) {
 TEST_F(DaemonTest, TwoDaemonsInTwoRuntimeDirectoriesAtOnce) {
     TempDir otherDir;
     auto first = start({{"FACEDET_LOOP", "1"}});
-    ChildProcess::Options options;
-    options.env = {{"FACEDET_RUNTIME_DIR", otherDir.path()},
-                   {"FACEDET_SHM_KEY", daemon_env().at("FACEDET_SHM_KEY")},
-                   {"FACEDET_SOURCE", raw_clip(300)},
-                   {"FACEDET_LOOP", "1"}};
-    options.workDir = otherDir.path();
     link_models(otherDir.path());
-    ChildProcess second(FACEDET_BIN, options);
-    for (ChildProcess *daemon : {first.get(), &second}) {
+    auto second = spawn(FACEDET_BIN, {}, otherDir.path(),
+                        {{"FACEDET_RUNTIME_DIR", otherDir.path()},
+                         {"FACEDET_SHM_KEY", daemon_env().at("FACEDET_SHM_KEY")},
+                         {"FACEDET_SOURCE", raw_clip(300)},
+                         {"FACEDET_LOOP", "1"}});
+    for (ChildProcess *daemon : {first.get(), second.get()}) {
         ASSERT_TRUE(daemon->wait_for_output("--------------frameNumber = 12-", 60s)) << daemon->out();
     }
-    for (ChildProcess *daemon : {first.get(), &second}) {
+    for (ChildProcess *daemon : {first.get(), second.get()}) {
         daemon->signal(SIGTERM);
         EXPECT_EQ(daemon->wait_exit(30s), 0);
     }

@@ -18,7 +18,6 @@
 #include <algorithm>
 #include <atomic>
 #include <functional>
-#include <mutex>
 #include <random>
 #include <thread>
 
@@ -82,7 +81,7 @@ class CameraPeer {
         sockaddr_un any{};
         any.sun_family = AF_UNIX;
         bind(stray, reinterpret_cast<const sockaddr *>(&any), sizeof(sa_family_t));
-        std::lock_guard<std::mutex> guard(lock_);
+        EXPECT_TRUE(known_);
         sendto(stray, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr *>(&daemon_),
                daemonLength_);
         close(stray);
@@ -106,10 +105,10 @@ class CameraPeer {
             if (n < 0) {
                 continue;
             }
-            {
-                std::lock_guard<std::mutex> guard(lock_);
+            if (!known_) {  // the daemon's own address, kept for reply_from_a_stray
                 daemon_ = from;
                 daemonLength_ = length;
+                known_ = true;
             }
             ++packets;
             for (const Bytes &reply : answer_(Bytes(buffer.begin(), buffer.begin() + n))) {
@@ -122,7 +121,7 @@ class CameraPeer {
     Answer answer_;
     std::atomic<bool> stop_{false};
     int fd_ = socket(AF_UNIX, SOCK_DGRAM, 0);
-    std::mutex lock_;
+    std::atomic<bool> known_{false};
     sockaddr_un daemon_{};
     socklen_t daemonLength_ = 0;
     std::thread thread_;
@@ -204,10 +203,7 @@ struct Faults {
         camera = std::make_unique<CameraPeer>(dir + "/featureCamera_addr.socket", std::move(answer), hung);
     }
     void start_camera_sim(const std::string &log) {
-        ChildProcess::Options options;
-        options.args = {"--runtime-dir", dir, "--log", dir + "/" + log};
-        options.workDir = dir;
-        sims.push_back(std::make_unique<ChildProcess>(CAMERA_SIM_BIN, options));
+        sims.push_back(spawn(CAMERA_SIM_BIN, {"--runtime-dir", dir, "--log", dir + "/" + log}, dir));
     }
     // A tmpfs of `kilobytes` as the runtime folder, or a skip where the machine does not allow mounts.
     bool runtime_on_tmpfs(const char *name, int kilobytes, unsigned long flags) {

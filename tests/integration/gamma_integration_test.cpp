@@ -57,16 +57,7 @@ std::string answer_line(int n, const GammaRecord &r, int isuse) {
     return line;
 }
 
-class GammaDaemonTest : public DaemonTest {
-  protected:
-    std::unique_ptr<ChildProcess> start_peer(const std::string &key, std::vector<std::string> args) {
-        ChildProcess::Options options;
-        options.args = std::move(args);
-        options.env = {{"FACEDET_SHM_KEY", key}};
-        options.workDir = dir_.path();
-        return std::make_unique<ChildProcess>(GAMMA_PEER_BIN, options);
-    }
-};
+class GammaDaemonTest : public DaemonTest {};
 
 }  // namespace
 
@@ -91,7 +82,7 @@ TEST_F(GammaDaemonTest, PeerGetsTheReferenceAnswersAndTheSecondIsJudgedThroughTh
 #ifdef GAMMA_PEER_HAS_PNG
     args.insert(args.end(), {"--png", dir_.file("curve.png")});
 #endif
-    auto peer = start_peer(key, args);
+    auto peer = spawn(GAMMA_PEER_BIN, args, dir_.path(), {{"FACEDET_SHM_KEY", key}});
     ASSERT_EQ(peer->wait_exit(150s), 0) << peer->out() << peer->err() << daemon->out().substr(0, 4000);
     daemon->signal(SIGTERM);
     ASSERT_EQ(daemon->wait_exit(30s), 0);
@@ -148,7 +139,7 @@ TEST_F(GammaDaemonTest, PeerGetsTheReferenceAnswersAndTheSecondIsJudgedThroughTh
 
 TEST_F(GammaDaemonTest, PeerWithoutADaemonWaitsAndLeavesCleanlyOnASignal) {
     const std::string key = daemon_env().at("FACEDET_SHM_KEY");
-    auto peer = start_peer(key, {"--once"});
+    auto peer = spawn(GAMMA_PEER_BIN, {"--once"}, dir_.path(), {{"FACEDET_SHM_KEY", key}});
     // Signalled only once it handles SIGINT (the bit of SigCgt), however slowly it starts.
     const std::string status = "/proc/" + std::to_string(peer->pid()) + "/status";
     for (int i = 0; i < 1000; ++i) {
@@ -164,7 +155,8 @@ TEST_F(GammaDaemonTest, PeerWithoutADaemonWaitsAndLeavesCleanlyOnASignal) {
     peer->signal(SIGINT);
     EXPECT_EQ(peer->wait_exit(10s), 0);
 
-    auto limited = start_peer(key, {"--once", "--seconds", "0.3"});
+    auto limited =
+        spawn(GAMMA_PEER_BIN, {"--once", "--seconds", "0.3"}, dir_.path(), {{"FACEDET_SHM_KEY", key}});
     EXPECT_EQ(limited->wait_exit(10s), 1);
     EXPECT_NE(limited->err().find("gamma_peer: no segment of key"), std::string::npos) << limited->err();
 }

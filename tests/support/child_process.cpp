@@ -102,6 +102,12 @@ int ChildProcess::wait_exit(std::chrono::milliseconds timeout) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
+std::unique_ptr<ChildProcess> spawn(const std::string &program, std::vector<std::string> args,
+                                    const std::string &workDir, std::map<std::string, std::string> env) {
+    return std::make_unique<ChildProcess>(
+        program, ChildProcess::Options{std::move(args), std::move(env), {}, workDir});
+}
+
 size_t count_of(const std::string &haystack, const std::string &needle) {
     size_t count = 0;
     for (size_t at = haystack.find(needle); at != std::string::npos; at = haystack.find(needle, at + 1)) {
