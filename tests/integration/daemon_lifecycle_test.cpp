@@ -1,5 +1,6 @@
-// The real daemon on the host platform: start-up, failed starts, the end of a
-// clip and the frame thread's own end. Faults and signals: fault_matrix_test.
+// The real daemon on the host platform: start-up, failed starts and the frame
+// thread's own end. Faults and signals: fault_matrix_test; a clip played to its
+// end in lockstep: replay_test.
 #include <signal.h>
 
 #include <cstdlib>
@@ -51,19 +52,6 @@ TEST_F(DaemonTest, BadSettingsGetOneClearLineAndStatus255) {
                   row.streamStarts)
             << daemon->out();
     }
-}
-
-TEST_F(DaemonTest, ClipPlaysToItsEndAndTheDaemonStopsItself) {
-    auto daemon = start({{"FACEDET_SOURCE", raw_clip(40)},
-                         {"FACEDET_PACE", "lockstep"},
-                         {"FACEDET_EXIT_AT_END", "1"},
-                         {"FACEDET_FRAME_LOG", dir_.file("frames.log")}});
-    ASSERT_EQ(daemon->wait_exit(60s), 0) << daemon->out() << daemon->err();
-    const std::string out = daemon->out();
-    EXPECT_NE(out.find("--------------frameNumber = 40-----------------"), npos);
-    EXPECT_EQ(out.find("--------------frameNumber = 41-"), npos);
-    EXPECT_EQ(count_of(read_file(dir_.file("frames.log")), " taken "), 40u);
-    EXPECT_NE(out.find("QMT_Video_Stream_Stop succeed!"), npos);
 }
 
 TEST_F(DaemonTest, DescriptorFailureEndsTheFrameThreadAndTheDaemon) {
