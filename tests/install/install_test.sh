@@ -1,14 +1,11 @@
 #!/bin/sh
 # The installed faceDet, run the way a camera runs it.
-#   install_test.sh host BUILD_DIR
-#       install, then the start-up script: refusals, start, status, a second
-#       start, restart after a crash, back-off, stop in order and SIGKILL of a
-#       hung daemon; the systemd unit's keys
-#   install_test.sh busybox BUILD_DIR
-#       the same under BusyBox's shell and tools, as on a camera
-#   install_test.sh arm BUILD_DIR SCENARIO_CLIP
-#       package, unpack, start the ARM daemon under qemu through the start-up
-#       script; it finds faces on a short clip and stops in order
+#   install_test.sh host BUILD_DIR     install, then the start-up script: refusals, start, status, a second
+#                                      start, restart after a crash, back-off, stop in order, SIGKILL of a
+#                                      hung daemon; the systemd unit's keys
+#   install_test.sh busybox BUILD_DIR  the same under BusyBox's shell and tools, as on a camera
+#   install_test.sh arm BUILD_DIR SCENARIO_CLIP   the package unpacked, the ARM daemon under qemu through
+#                                      the start-up script finds faces on a short clip and stops in order
 set -u
 mode=$1
 build=$2
@@ -27,87 +24,67 @@ init=$stage/etc/init.d/S95facedet
 log=$tmp/faceDet.log
 failures=0
 export FACEDET_DEFAULTS="$tmp/env"
+trap 'sh "$init" stop >/dev/null 2>&1; ipcrm -M "$key" 2>/dev/null; rm -rf "$tmp"' EXIT
 
-cleanup() {
-    sh "$init" stop >/dev/null 2>&1
-    ipcrm -M "$key" 2>/dev/null
-    rm -rf "$tmp"
-}
-trap cleanup EXIT
-
-expect() {
+expect() { # what, command...
     what=$1
     shift
-    if ! "$@"; then
-        echo "FAIL: $what"
-        failures=$((failures + 1))
-    fi
+    "$@" || { echo "FAIL: $what"; failures=$((failures + 1)); }
 }
 has() { grep -aq -- "$1" "$log"; }
-count() { grep -ac -- "$1" "$log"; }
 daemon_pid() { cat "$tmp/run/faceDet.pid" 2>/dev/null; }
 alive() { [ -n "$1" ] && kill -0 "$1" 2>/dev/null; }
+gone() { ! alive "$1"; }
+quietly() { "$@" >/dev/null; }
 wait_for() { # seconds, command...
     n=$1
     shift
-    while ! "$@"; do
+    until "$@"; do
         n=$((n - 1))
         [ "$n" -ge 0 ] || return 1
         sleep 1
     done
 }
 new_pid() { p=$(daemon_pid) && [ "$p" != "$1" ] && alive "$p"; }
+status_is() { sh "$init" status >/dev/null; [ $? = "$1" ]; }
 
 # Settings as a test gives them: everything private, extra lines appended.
 write_env() {
     mkdir -p "$tmp/rt" "$tmp/run"
-    cat >"$tmp/env" <<EOF
-FACEDET_RUNTIME_DIR=$tmp/rt
-FACEDET_SHM_KEY=$key
-FACEDET_SOURCE=$tmp/clip.nv12
-FACEDET_LOOP=1
-FACEDET_PID_DIR=$tmp/run
-FACEDET_LOG=$log
-FACEDET_RESTART_DELAY=1
-FACEDET_STOP_TIMEOUT=3
-EOF
-    for line in "$@"; do echo "$line" >>"$tmp/env"; done
+    printf '%s\n' "FACEDET_RUNTIME_DIR=$tmp/rt" "FACEDET_SHM_KEY=$key" "FACEDET_SOURCE=$tmp/clip.nv12" \
+        FACEDET_LOOP=1 "FACEDET_PID_DIR=$tmp/run" "FACEDET_LOG=$log" FACEDET_RESTART_DELAY=1 \
+        FACEDET_STOP_TIMEOUT=3 "$@" >"$tmp/env"
 }
 
-# start refuses with one line naming the fault; status then answers $2
-# (default 3: nothing left running).
+# start refuses with one line naming the fault; status then answers $2 (default 3: nothing running).
 expect_refusal() {
     sh "$init" start >/dev/null 2>"$tmp/err"
-    rc=$?
-    expect "start refuses ($1), status $rc" [ "$rc" -ne 0 ]
+    expect "start refuses ($1)" [ $? -ne 0 ]
     expect "one line about $1: $(cat "$tmp/err")" \
         test "$(grep -c -- "$1" "$tmp/err")" = 1 -a "$(wc -l <"$tmp/err")" = 1
-    sh "$init" status >/dev/null
-    expect "status after refusing ($1)" [ $? = "${2:-3}" ]
+    expect "status after refusing ($1)" status_is "${2:-3}"
+}
+
+# Moves $1 away while start is refused for want of it.
+refused_without() {
+    mv "$1" "$tmp/"
+    expect_refusal "$2"
+    mv "$tmp/${1##*/}" "$1"
 }
 
 host_tests() {
     cmake --install "$build" --prefix "$stage" >/dev/null || exit 1
     head -c $((416 * 234 * 3 * 30 / 2)) /dev/zero >"$tmp/clip.nv12"
     write_env
-    model=$stage/share/faceDet/slim-320-quant-ADMM-50.mnn
-    mv "$model" "$tmp/"
-    expect_refusal "no model slim-320-quant-ADMM-50.mnn"
-    mv "$tmp/${model##*/}" "$model"
-    if [ -e "$stage/lib/libMNN.so" ]; then
-        mv "$stage/lib/libMNN.so" "$tmp/"
-        expect_refusal "libMNN.so: cannot open shared object file"
-        mv "$tmp/libMNN.so" "$stage/lib/"
-    fi
+    refused_without "$stage/share/faceDet/slim-320-quant-ADMM-50.mnn" "no model slim-320-quant-ADMM-50.mnn"
+    [ -e "$stage/lib/libMNN.so" ] && refused_without "$stage/lib/libMNN.so" "libMNN.so: cannot open shared object file"
     write_env "FACEDET_RUNTIME_DIR=$tmp/missing"
     expect_refusal "runtime directory $tmp/missing is not a writable directory"
 
     write_env
-    sh "$init" start >/dev/null
-    expect "started" [ $? = 0 ]
+    expect "started" quietly sh "$init" start
     first=$(daemon_pid)
-    sh "$init" status >/dev/null
-    expect "status: running" [ $? = 0 ]
+    expect "status: running" status_is 0
     expect_refusal "already running (pid $first)" 0
     expect "the first daemon survives a second start" alive "$first"
 
@@ -119,9 +96,8 @@ host_tests() {
     sh "$init" stop >/dev/null
     expect "stop waits for the orderly exit" has "QMT_Video_Stream_Stop succeed!"
     expect "exit status 0 after SIGTERM" has "pid $second) stopped, status 0"
-    expect "daemon gone after stop" eval "! alive $second"
-    sh "$init" status >/dev/null
-    expect "status: stopped" [ $? = 3 ]
+    expect "daemon gone after stop" gone "$second"
+    expect "status: stopped" status_is 3
 
     # A daemon that does not answer SIGTERM is killed after the stop time-out.
     sh "$init" start >/dev/null
@@ -129,23 +105,18 @@ host_tests() {
     kill -STOP "$hung"
     sh "$init" stop >/dev/null
     expect "a hung daemon gets SIGKILL" has "pid $hung) did not stop within 3 s: SIGKILL"
-    expect "the hung daemon is gone" eval "! alive $hung"
+    expect "the hung daemon is gone" gone "$hung"
 
     # Status 255 (the stream cannot start) is retried after 1, 2, 4 s.
     : >"$log"
     write_env "FACEDET_SOURCE=$tmp/missing.nv12"
     sh "$init" start >/dev/null
     expect "the delay doubles" wait_for 20 has "ended with status 255; restarting in 4 s"
-    runs=$(count "QMT_Video_Stream_Start failed")
+    runs=$(grep -ac "QMT_Video_Stream_Start failed" "$log")
     sh "$init" stop >/dev/null
     expect "three runs before the 4 s delay, not $runs" [ "$runs" = 3 ]
 
-    unit_tests
-}
-
-# The unit, pointed at the staged install: systemd's own check where it is
-# installed, and the keys its behaviour rests on.
-unit_tests() {
+    # The unit, pointed at the staged install: the keys its behaviour rests on, and systemd's own check.
     unit=$tmp/facedet.service
     sed "s#/opt/faceDet#$stage#g" "$stage/lib/systemd/system/facedet.service" >"$unit"
     for k in "WorkingDirectory=$stage/share/faceDet" "ExecStart=$stage/bin/faceDet" Restart=on-failure \
@@ -160,19 +131,16 @@ unit_tests() {
 }
 
 arm_tests() {
-    [ -x "$3" ] || {
-        echo "no host scenario_clip at $3 (build the release preset first)"
-        exit 77
-    }
+    [ -x "$3" ] || { echo "no host scenario_clip at $3 (build the release preset first)"; exit 77; }
     cpack --config "$build/CPackConfig.cmake" -B "$tmp/pkg" >/dev/null || exit 1
     mkdir -p "$stage"
     tar -xzf "$tmp"/pkg/faceDet-*-armhf.tar.gz -C "$stage" || exit 1
-    expect "the installed daemon loads MNN from lib/" eval "readelf -d $stage/bin/faceDet | grep -q 'RUNPATH.*\[\$ORIGIN/../lib\]'"
+    expect "the installed daemon loads MNN from lib/" \
+        eval "readelf -d $stage/bin/faceDet | grep -q 'RUNPATH.*\[\$ORIGIN/../lib\]'"
     "$3" --scenario enter --frames 90 --out "$tmp/clip.nv12" >/dev/null || exit 1
     qemu="qemu-arm -L /usr/arm-linux-gnueabihf"
     write_env "FACEDET_WRAPPER=\"$qemu\""
-    sh "$init" start >/dev/null
-    expect "started under qemu" [ $? = 0 ]
+    expect "started under qemu" quietly sh "$init" start
     expect "auto framing switched on" \
         wait_for 20 eval "$qemu $stage/bin/facedet_ctl --runtime-dir $tmp/rt run >/dev/null 2>&1"
     expect "faces found" wait_for 60 has "faceNum=[1-9]"
@@ -186,9 +154,5 @@ case $mode in
     arm) arm_tests "$@" ;;
     *) exit 2 ;;
 esac
-if [ "$failures" -ne 0 ]; then
-    echo "--- log"
-    tail -n 30 "$log"
-    exit 1
-fi
+[ "$failures" = 0 ] || { echo "--- log"; tail -n 30 "$log"; exit 1; }
 echo "all passed"

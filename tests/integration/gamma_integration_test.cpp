@@ -2,12 +2,10 @@
 // the image-tuning process, through a private shared-memory segment. The
 // answers must be those of the step-by-step reference on the clip's luma.
 #include <signal.h>
-#include <sys/ipc.h>
-#include <sys/shm.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <map>
 #include <sstream>
 #include <string>
@@ -19,32 +17,19 @@
 
 namespace {
 
-constexpr int kWidth = 416;
-constexpr int kHeight = 234;
-
-// A luma ramp from 30 to 200 across the frame with a fixed pattern of noise:
-// a scene whose curve is accepted. Every frame of the clip is the same, so the
-// histogram the daemon answers from is known whichever frame it was.
-std::vector<uint8_t> clip_luma() {
-    std::vector<uint8_t> luma(kWidth * kHeight);
+// One NV12 frame whose luma is a ramp from 30 to 200 across with a fixed
+// pattern of noise: a scene whose curve is accepted. Every frame of the clip
+// is this one, so the histogram the daemon answers from is known.
+std::string ramp_frame() {
+    const int width = 416, height = 234;
+    std::string frame(width * height * 3 / 2, '\x80');
     uint32_t noise = 12345;
-    for (int y = 0; y < kHeight; ++y) {
-        for (int x = 0; x < kWidth; ++x) {
-            noise = noise * 1103515245u + 12345u;
-            const int v = 30 + 170 * x / (kWidth - 1) + static_cast<int>((noise >> 16) % 13) - 6;
-            luma[y * kWidth + x] = static_cast<uint8_t>(v < 0 ? 0 : (v > 255 ? 255 : v));
-        }
+    for (int i = 0; i < width * height; ++i) {
+        noise = noise * 1103515245u + 12345u;
+        const int v = 30 + 170 * (i % width) / (width - 1) + static_cast<int>((noise >> 16) % 13) - 6;
+        frame[i] = static_cast<char>(std::clamp(v, 0, 255));
     }
-    return luma;
-}
-
-void write_clip(const std::string &path, const std::vector<uint8_t> &luma, int frames) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    const std::vector<char> chroma(luma.size() / 2, static_cast<char>(128));
-    for (int i = 0; i < frames; ++i) {
-        out.write(reinterpret_cast<const char *>(luma.data()), static_cast<std::streamsize>(luma.size()));
-        out.write(chroma.data(), static_cast<std::streamsize>(chroma.size()));
-    }
+    return frame;
 }
 
 std::map<std::string, int> read_csv(const std::string &path) {
@@ -72,37 +57,19 @@ std::string answer_line(int n, const GammaRecord &r, int isuse) {
     return line;
 }
 
-// Marks the test's segment for removal whatever the outcome.
-struct SegmentRemover {
-    key_t key;
-    ~SegmentRemover() {
-        int id = shmget(key, 0, 0);
-        if (id >= 0) {
-            shmctl(id, IPC_RMID, nullptr);
-        }
-    }
-};
-
-class GammaDaemonTest : public DaemonTest {
-  protected:
-    std::unique_ptr<ChildProcess> start_peer(const std::string &key, std::vector<std::string> args) {
-        ChildProcess::Options options;
-        options.args = std::move(args);
-        options.env = {{"FACEDET_SHM_KEY", key}};
-        options.workDir = dir_.path();
-        return std::make_unique<ChildProcess>(GAMMA_PEER_BIN, options);
-    }
-};
+class GammaDaemonTest : public DaemonTest {};
 
 }  // namespace
 
 TEST_F(GammaDaemonTest, PeerGetsTheReferenceAnswersAndTheSecondIsJudgedThroughTheAppliedCurve) {
     const std::string key = daemon_env().at("FACEDET_SHM_KEY");
-    SegmentRemover remover{static_cast<key_t>(std::stol(key))};
-    const std::vector<uint8_t> luma = clip_luma();
+    const std::string frame = ramp_frame();
     const std::string clip = dir_.file("ramp.nv12");
-    write_clip(clip, luma, 30);
-
+    std::string frames;
+    while (frames.size() < 30 * frame.size()) {
+        frames += frame;
+    }
+    write_file(clip, frames);
     auto daemon = start({{"FACEDET_SHM_KEY", key},
                          {"FACEDET_SOURCE", clip},
                          {"FACEDET_PACE", "realtime"},
@@ -115,7 +82,7 @@ TEST_F(GammaDaemonTest, PeerGetsTheReferenceAnswersAndTheSecondIsJudgedThroughTh
 #ifdef GAMMA_PEER_HAS_PNG
     args.insert(args.end(), {"--png", dir_.file("curve.png")});
 #endif
-    auto peer = start_peer(key, args);
+    auto peer = spawn(GAMMA_PEER_BIN, args, dir_.path(), {{"FACEDET_SHM_KEY", key}});
     ASSERT_EQ(peer->wait_exit(150s), 0) << peer->out() << peer->err() << daemon->out().substr(0, 4000);
     daemon->signal(SIGTERM);
     ASSERT_EQ(daemon->wait_exit(30s), 0);
@@ -123,27 +90,26 @@ TEST_F(GammaDaemonTest, PeerGetsTheReferenceAnswersAndTheSecondIsJudgedThroughTh
     // What the daemon must have answered: first on the frame's histogram, then
     // on it mapped back through the offsets of the first curve.
     std::vector<float> frameHist(256, 0.0f);
-    for (uint8_t y : luma) {
-        frameHist[y] += 1.0f;
+    for (int i = 0; i < 416 * 234; ++i) {
+        frameHist[static_cast<uint8_t>(frame[i])] += 1.0f;
     }
     ReferenceGammaState ref;
+    const auto frame_with = [&](GammaRecord &record) {
+        std::vector<float> hist = frameHist;
+        return reference_gamma_frame(ref, record, hist.data());
+    };
     GammaRecord first;
     memset(&first, 0, sizeof first);
     first.mode = 1;
     first.strength = 120;
-    std::vector<float> hist = frameHist;
-    ASSERT_TRUE(reference_gamma_frame(ref, first, hist.data()));
+    ASSERT_TRUE(frame_with(first));
     ASSERT_EQ(first.valid, 1) << "the clip is meant to be accepted";
-
-    GammaRecord applied = first;  // the peer's record after taking the curve
-    applied.mode = 0;
-    applied.isuse = 1;
-    hist = frameHist;
-    ASSERT_FALSE(reference_gamma_frame(ref, applied, hist.data()));
-    GammaRecord second = applied;
+    GammaRecord second = first;  // the peer's record after taking the curve: in use, no request
+    second.mode = 0;
+    second.isuse = 1;
+    ASSERT_FALSE(frame_with(second));
     second.mode = 1;
-    hist = frameHist;
-    ASSERT_TRUE(reference_gamma_frame(ref, second, hist.data()));
+    ASSERT_TRUE(frame_with(second));
     ASSERT_NE(second.mean * 1000 + second.p50, first.mean * 1000 + first.p50)
         << "the applied curve must move the statistics for this test to see it";
 
@@ -153,13 +119,8 @@ TEST_F(GammaDaemonTest, PeerGetsTheReferenceAnswersAndTheSecondIsJudgedThroughTh
 
     const std::map<std::string, int> csv = read_csv(dir_.file("answer.csv"));
     ASSERT_EQ(csv.size(), 11u + 256u);
-    const std::pair<const char *, int> fields[] = {
-        {"answer", 2},       {"valid", second.valid}, {"mean", second.mean}, {"stdDev", second.stdDev},
-        {"p1", second.p1},   {"p10", second.p10},     {"p50", second.p50},   {"p90", second.p90},
-        {"p99", second.p99}, {"strength", 120},       {"isuse", 1}};
-    for (const auto &[name, value] : fields) {
-        EXPECT_EQ(csv.at(name), value) << name;
-    }
+    // The statistics are checked in the answer lines above; the curve only here.
+    EXPECT_EQ(csv.at("answer"), 2);
     for (int i = 0; i < 256; ++i) {
         ASSERT_EQ(csv.at("curve[" + std::to_string(i) + "]"), second.curve[i]) << "level " << i;
     }
@@ -178,18 +139,15 @@ TEST_F(GammaDaemonTest, PeerGetsTheReferenceAnswersAndTheSecondIsJudgedThroughTh
 
 TEST_F(GammaDaemonTest, PeerWithoutADaemonWaitsAndLeavesCleanlyOnASignal) {
     const std::string key = daemon_env().at("FACEDET_SHM_KEY");
-    auto peer = start_peer(key, {"--once"});
-    // Signalled only once it handles SIGINT, however slowly it starts.
-    const auto handles_sigint = [&] {
-        std::istringstream status(read_file("/proc/" + std::to_string(peer->pid()) + "/status"));
-        for (std::string line; std::getline(status, line);) {
-            if (line.rfind("SigCgt:", 0) == 0) {
-                return (std::stoull(line.substr(7), nullptr, 16) >> (SIGINT - 1) & 1) != 0;
-            }
+    auto peer = spawn(GAMMA_PEER_BIN, {"--once"}, dir_.path(), {{"FACEDET_SHM_KEY", key}});
+    // Signalled only once it handles SIGINT (the bit of SigCgt), however slowly it starts.
+    const std::string status = "/proc/" + std::to_string(peer->pid()) + "/status";
+    for (int i = 0; i < 1000; ++i) {
+        const std::string text = read_file(status);
+        const size_t at = text.find("SigCgt:");
+        if (at != std::string::npos && (std::stoull(text.substr(at + 7), nullptr, 16) >> (SIGINT - 1) & 1)) {
+            break;
         }
-        return false;
-    };
-    for (int i = 0; i < 1000 && !handles_sigint(); ++i) {
         std::this_thread::sleep_for(10ms);
     }
     std::this_thread::sleep_for(300ms);
@@ -197,7 +155,8 @@ TEST_F(GammaDaemonTest, PeerWithoutADaemonWaitsAndLeavesCleanlyOnASignal) {
     peer->signal(SIGINT);
     EXPECT_EQ(peer->wait_exit(10s), 0);
 
-    auto limited = start_peer(key, {"--once", "--seconds", "0.3"});
+    auto limited =
+        spawn(GAMMA_PEER_BIN, {"--once", "--seconds", "0.3"}, dir_.path(), {{"FACEDET_SHM_KEY", key}});
     EXPECT_EQ(limited->wait_exit(10s), 1);
     EXPECT_NE(limited->err().find("gamma_peer: no segment of key"), std::string::npos) << limited->err();
 }

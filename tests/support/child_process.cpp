@@ -5,7 +5,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <stdexcept>
 #include <thread>
 
@@ -21,11 +20,9 @@ ChildProcess::ChildProcess(const std::string &program, const Options &options) {
 
     std::map<std::string, std::string> env;
     for (char **e = environ; *e; ++e) {
-        std::string entry(*e);
-        size_t eq = entry.find('=');
-        if (eq != std::string::npos) {
-            env[entry.substr(0, eq)] = entry.substr(eq + 1);
-        }
+        const std::string entry(*e);
+        const size_t eq = entry.find('=');
+        env[entry.substr(0, eq)] = eq == std::string::npos ? "" : entry.substr(eq + 1);
     }
     for (const auto &name : options.unsetEnv) {
         env.erase(name);
@@ -33,37 +30,31 @@ ChildProcess::ChildProcess(const std::string &program, const Options &options) {
     for (const auto &[name, value] : options.env) {
         env[name] = value;
     }
-    std::vector<std::string> envStrings;
+    std::vector<std::string> strings{program};
+    strings.insert(strings.end(), options.args.begin(), options.args.end());
+    const size_t argc = strings.size();
     for (const auto &[name, value] : env) {
-        envStrings.push_back(name + "=" + value);
+        strings.push_back(name + "=" + value);
     }
-    std::vector<char *> envp;
-    for (auto &s : envStrings) {
-        envp.push_back(s.data());
-    }
-    envp.push_back(nullptr);
-    std::vector<std::string> argStrings{program};
-    argStrings.insert(argStrings.end(), options.args.begin(), options.args.end());
-    std::vector<char *> argv;
-    for (auto &s : argStrings) {
-        argv.push_back(s.data());
+    std::vector<char *> argv, envp;
+    for (size_t i = 0; i < strings.size(); ++i) {
+        (i < argc ? argv : envp).push_back(strings[i].data());
     }
     argv.push_back(nullptr);
+    envp.push_back(nullptr);
 
     pid_ = fork();
     if (pid_ < 0) {
         throw std::runtime_error("fork failed");
     }
     if (pid_ == 0) {
-        int out = open(outPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        int err = open(errPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        int in = open("/dev/null", O_RDONLY);
-        if (out < 0 || err < 0 || in < 0 || chdir(options.workDir.c_str()) != 0) {
+        const int in = open("/dev/null", O_RDONLY);
+        const int out = open(outPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        const int err = open(errPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        if (in < 0 || out < 0 || err < 0 || chdir(options.workDir.c_str()) != 0 || dup2(in, 0) < 0 ||
+            dup2(out, 1) < 0 || dup2(err, 2) < 0) {
             _exit(127);
         }
-        dup2(in, 0);
-        dup2(out, 1);
-        dup2(err, 2);
         execve(program.c_str(), argv.data(), envp.data());
         _exit(127);
     }
@@ -85,13 +76,13 @@ std::string ChildProcess::err() const {
 
 bool ChildProcess::wait_for_output(const std::string &text, std::chrono::milliseconds timeout) const {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (std::chrono::steady_clock::now() < deadline) {
-        if (out().find(text) != std::string::npos) {
-            return true;
+    while (out().find(text) == std::string::npos) {
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return false;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
-    return out().find(text) != std::string::npos;
+    return true;
 }
 
 void ChildProcess::signal(int sig) const {
@@ -101,20 +92,20 @@ void ChildProcess::signal(int sig) const {
 int ChildProcess::wait_exit(std::chrono::milliseconds timeout) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     int status = 0;
-    while (true) {
-        pid_t done = waitpid(pid_, &status, WNOHANG);
-        if (done == pid_) {
-            reaped_ = true;
-            if (WIFEXITED(status)) {
-                return WEXITSTATUS(status);
-            }
-            return 128 + WTERMSIG(status);
-        }
+    while (waitpid(pid_, &status, WNOHANG) != pid_) {
         if (std::chrono::steady_clock::now() >= deadline) {
             return -1;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
+    reaped_ = true;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+std::unique_ptr<ChildProcess> spawn(const std::string &program, std::vector<std::string> args,
+                                    const std::string &workDir, std::map<std::string, std::string> env) {
+    return std::make_unique<ChildProcess>(
+        program, ChildProcess::Options{std::move(args), std::move(env), {}, workDir});
 }
 
 size_t count_of(const std::string &haystack, const std::string &needle) {

@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -40,6 +41,10 @@ class ChildProcess {
     std::string outPath_;
     std::string errPath_;
 };
+
+// `program` with `args` in `workDir`, in the parent's environment plus `env`.
+std::unique_ptr<ChildProcess> spawn(const std::string &program, std::vector<std::string> args,
+                                    const std::string &workDir, std::map<std::string, std::string> env = {});
 
 // Number of times `needle` occurs in `haystack`.
 size_t count_of(const std::string &haystack, const std::string &needle);
