@@ -13,7 +13,7 @@ what=${1:-main}
 packages=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev googletest libbenchmark-dev
           libopencv-dev clang-format binutils)
 if [[ $what == test ]]; then
-  packages+=(g++-arm-linux-gnueabihf qemu-user chromium systemd busybox clang-14 libfuzzer-14-dev python3-matplotlib)
+  packages+=(g++-arm-linux-gnueabihf qemu-user systemd busybox clang-14 libfuzzer-14-dev python3-matplotlib)
 fi
 
 missing=()
