@@ -2,8 +2,8 @@
 # Installs the Debian packages that building and testing faceDet need.
 # Usage: scripts/install-deps.sh [main|test]
 #   main  what the daemon and its host platform need (default)
-#   test  that, plus the cross compiler and emulator of the camera build, the
-#         browser that checks the replay report, clang and libFuzzer for the
+#   test  that, plus the cross compiler and emulator of the camera build,
+#         clang and libFuzzer for the
 #         fuzz targets, matplotlib for the soak plot, and what checks the
 #         camera's start-up files: systemd-analyze (the package only, it does
 #         not become the init) and BusyBox's shell and tools
