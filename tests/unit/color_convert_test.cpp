@@ -38,20 +38,6 @@ Pixel formula(int y, int c0, int c1) {
             clamp255(y + floor_div256(wrap_lane(360 * a)))};
 }
 
-// One 2x2 frame (a single chroma pair) through a version.
-Pixel convert_one(Nv12ToBgrFn fn, int y, int c0, int c1) {
-    // 8x2 is the smallest frame: 16 luma bytes, one chroma row of 8.
-    uint8_t nv12[24];
-    memset(nv12, y, 16);
-    for (int i = 0; i < 4; ++i) {
-        nv12[16 + 2 * i] = static_cast<uint8_t>(c0);
-        nv12[17 + 2 * i] = static_cast<uint8_t>(c1);
-    }
-    uint8_t bgr[8 * 2 * 3];
-    EXPECT_EQ(fn(nv12, bgr, 8, 2), 0);
-    return {bgr[0], bgr[1], bgr[2]};
-}
-
 std::vector<Nv12ToBgrVariant> vector_versions() {
     size_t n = 0;
     const Nv12ToBgrVariant *all = nv12_to_bgr_variants(&n);
@@ -98,30 +84,6 @@ std::string first_difference(const std::vector<uint8_t> &nv12, int width, int he
 }
 
 }  // namespace
-
-TEST(ColorConvert, ReferenceGivesTheHandWorkedBytes) {
-    struct Case {
-        int y, c0, c1;
-        Pixel want;
-        const char *why;
-    } cases[] = {
-        {100, 128, 128, {100, 100, 100}, "no chroma"},
-        {100, 128, 160, {156, 89, 100}, "b = 32: 14560 >> 8 = 56, 2816 >> 8 = 11"},
-        {100, 128, 127, {98, 101, 100}, "b = -1: -455 >> 8 = -2 and -88 >> 8 = -1 round down"},
-        {100, 255, 255, {69, 222, 22}, "455 * 127 wraps to -7751, 272 * 127 to -30992, 360 * 127 to -19816"},
-        {100, 0, 0, {128, 0, 176}, "-58240 wraps to 7296, -34816 to 30720, -46080 to 19456"},
-        {250, 128, 200, {255, 226, 250}, "b = 72: 32760 >> 8 = 127 clamps"},
-        {250, 128, 201, {123, 225, 250}, "b = 73: 33215 wraps to -32321, >> 8 gives -127"},
-        {0, 160, 128, {0, 0, 45}, "a = 32: the second byte clamps below"},
-    };
-    for (const Case &c : cases) {
-        const Pixel got = convert_one(nv12_to_bgr_reference, c.y, c.c0, c.c1);
-        EXPECT_TRUE(got.b0 == c.want.b0 && got.b1 == c.want.b1 && got.b2 == c.want.b2)
-            << c.why << ": " << got.b0 << "," << got.b1 << "," << got.b2;
-        const Pixel stated = formula(c.y, c.c0, c.c1);
-        EXPECT_TRUE(stated.b0 == c.want.b0 && stated.b1 == c.want.b1 && stated.b2 == c.want.b2) << c.why;
-    }
-}
 
 TEST(ColorConvert, EveryVersionFollowsTheFormulaForEveryCombination) {
     size_t n = 0;

@@ -144,26 +144,3 @@ TEST(MediaWrappers, SysInitAndExitUseRoundBracketLinesInOrder) {
         ASSERT_NE(at, std::string::npos) << "missing in order: " << line << "\n" << out;
     }
 }
-
-TEST(MediaWrappers, PaletteHasExactlyFourOpaqueColours) {
-    MI_RGN_PaletteTable_t palette;
-    printed(false, [&] {
-        const MI_S32 ret = qmt_rgn_init();
-        EXPECT_TRUE(host::rgn_palette(&palette));
-        return ret;
-    });
-    const int expected[][5] = {
-        {1, 255, 255, 0, 0}, {2, 255, 0, 255, 0}, {3, 255, 0, 0, 255}, {255, 255, 255, 255, 255}};
-    int nonZero = 0;
-    for (int i = 0; i < 256; ++i) {
-        const MI_RGN_PaletteElement_t &e = palette.astElement[i];
-        nonZero += (e.u8Alpha || e.u8Red || e.u8Green || e.u8Blue) ? 1 : 0;
-    }
-    EXPECT_EQ(nonZero, 4);
-    for (const auto &x : expected) {
-        const MI_RGN_PaletteElement_t &e = palette.astElement[x[0]];
-        EXPECT_EQ((std::vector<int>{e.u8Alpha, e.u8Red, e.u8Green, e.u8Blue}),
-                  (std::vector<int>{x[1], x[2], x[3], x[4]}))
-            << x[0];
-    }
-}

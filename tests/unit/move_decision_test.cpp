@@ -51,16 +51,6 @@ StepOutcome frame_with(MoveDecisionState &s, TargetSelectionState &sel, const Re
 
 }  // namespace
 
-TEST(MoveDecision, ModeOtherThanOneDecidesNothing) {
-    for (int mode : {0, 2, -1}) {
-        MoveDecisionState s = sent_to(960, 960, 540);
-        const Outcome o = decide(s, framing(100, 100, 1900), mode);  // would move at once in mode 1
-        EXPECT_EQ(o.decision, 0) << mode;
-        EXPECT_TRUE(o.messages.empty()) << mode;
-        EXPECT_EQ(s.fea_width + s.countNum_z_out + s.changeFlag, 0) << mode;
-    }
-}
-
 TEST(MoveDecision, FirstFramingMovesAtOnceAndFillsTheObjectRecord) {
     MoveDecisionState s;
     s.countNum_t_b = 2;
@@ -113,79 +103,31 @@ TEST(MoveDecision, WidthsAreComparedClampedButTheZoomPointIsNot) {
     EXPECT_EQ(s.prev_width, 160);
 }
 
-TEST(MoveDecision, FarLeftTargetIsHeldInsideAndThenFollowsPansJustOverOneTwentyFourth) {
-    // Person at the left edge frames 506 wide around x 150: pushed to 253.
-    TargetSelectionState sel;
-    MoveDecisionState still = sent_to(506, 274, 482);  // 21 = 506 / 24 away: not over it
-    const StepOutcome o = frame_with(still, sel, {0, 340, 300, 285});
-    EXPECT_EQ(o.request, MoveRequest::None);
-    EXPECT_EQ(still.outRect, (Rect_t{253, 482, 506, 285}));
-    EXPECT_EQ(still.overFullView, 1);
-
-    MoveDecisionState s = sent_to(506, 275, 482);  // 22 away, below 506 / 12
-    const StepOutcome moved = frame_with(s, sel, {0, 340, 300, 285});
-    EXPECT_EQ(moved.request, MoveRequest::MoveToObject);
-    EXPECT_EQ(s.change_p, 1);
-    EXPECT_EQ(s.changeFlag, 1);
-    EXPECT_EQ(s.overFullView, 0) << "a move clears it";
-    EXPECT_EQ(s.tempObjectData[kObjectPanPoint], 253 - 960);
-    // This move has no decision trace of its own, only the three points.
-    EXPECT_EQ(moved.messages.size(), 3u);
-    EXPECT_EQ(moved.messages[0], "******************** panPoint = -707 *******************");
-}
-
 TEST(MoveDecision, BandBoundariesBelongToTheLargerBand) {
-    // Zoom against P = 1000: 400 is large, 399 medium, 200 medium, 199 nothing.
-    MoveDecisionState z = sent_to(1000, 960, 540);
-    Outcome o = decide(z, framing(960, 540, 1400));
-    EXPECT_EQ(o.decision, 1);
-    EXPECT_EQ(o.messages, std::vector<std::string>{"******** change_z = 1, abs > 0.4 ***********"});
-    z = sent_to(1000, 960, 540);
-    EXPECT_EQ(decide(z, framing(960, 540, 1399)).decision, 0);
-    EXPECT_EQ(z.countNum_z_in, 1);
-    z = sent_to(1000, 960, 540);
-    EXPECT_EQ(decide(z, framing(960, 540, 1200)).decision, 0);
-    EXPECT_EQ(z.countNum_z_in, 1);
-    z = sent_to(1000, 960, 540);
-    decide(z, framing(960, 540, 1199));
-    EXPECT_EQ(z.countNum_z_in, 0);
-    z = sent_to(1000, 960, 540);
-    decide(z, framing(960, 540, 800));
-    EXPECT_EQ(z.countNum_z_out, 1);
-    z = sent_to(1000, 960, 540);
-    decide(z, framing(960, 540, 801));
-    EXPECT_EQ(z.countNum_z_out, 0);
-
-    // Pan against P = 960: 320 = P/3 large, 319 band 2, 160 = P/6 band 2,
-    // 159 band 1, 80 = P/12 band 1, 79 nothing.
-    MoveDecisionState p = sent_to(960, 960, 540);
-    o = decide(p, framing(960 + 320, 540, 960));
-    EXPECT_EQ(o.decision, 1);
-    EXPECT_EQ(o.messages, std::vector<std::string>{"******** change_p = 1, 2/6 < abs ***********"});
-    struct PanCase {
-        int dx;
-        int r2, r1;
-    } pans[] = {{319, 1, 0}, {160, 1, 0}, {159, 0, 1}, {80, 0, 1}, {79, 0, 0}};
-    for (const PanCase &c : pans) {
-        p = sent_to(960, 960, 540);
-        EXPECT_EQ(decide(p, framing(960 + c.dx, 540, 960)).decision, 0) << c.dx;
-        EXPECT_EQ(p.countNum_p_r2, c.r2) << c.dx;
-        EXPECT_EQ(p.countNum_p_r1, c.r1) << c.dx;
-    }
-
-    // Tilt against P = 960 (Q = 60): 0.6 * 180 = 108 large, 0.6 * 90 = 54 medium.
-    MoveDecisionState t = sent_to(960, 960, 540);
-    o = decide(t, framing(960, 540 + 108, 960));
-    EXPECT_EQ(o.decision, 1);
-    EXPECT_EQ(o.messages, std::vector<std::string>{"******** change_t = 1, 2/6 < abs, ***********"});
-    struct TiltCase {
-        int dy;
-        int b;
-    } tilts[] = {{107, 1}, {54, 1}, {53, 0}};
-    for (const TiltCase &c : tilts) {
-        t = sent_to(960, 960, 540);
-        EXPECT_EQ(decide(t, framing(960, 540 + c.dy, 960)).decision, 0) << c.dy;
-        EXPECT_EQ(t.countNum_t_b, c.b) << c.dy;
+    // Zoom against P = 1000: 400 large, 399 and 200 medium, 199 nothing. Pan
+    // against P = 960: 320 = P/3 large, 160 = P/6 band 2, 80 = P/12 band 1.
+    // Tilt (Q = 60): 0.6 * 180 = 108 large, 0.6 * 90 = 54 medium.
+    using S = MoveDecisionState;
+    const struct {
+        int32_t p, dx, dy, width, decision;
+        int32_t S::*counter;
+        int32_t count;
+    } cases[] = {
+        {1000, 0, 0, 1400, 1, &S::countNum_z_in, 0}, {1000, 0, 0, 1399, 0, &S::countNum_z_in, 1},
+        {1000, 0, 0, 1200, 0, &S::countNum_z_in, 1}, {1000, 0, 0, 1199, 0, &S::countNum_z_in, 0},
+        {1000, 0, 0, 800, 0, &S::countNum_z_out, 1}, {1000, 0, 0, 801, 0, &S::countNum_z_out, 0},
+        {960, 320, 0, 960, 1, &S::countNum_p_r2, 0}, {960, 319, 0, 960, 0, &S::countNum_p_r2, 1},
+        {960, 160, 0, 960, 0, &S::countNum_p_r2, 1}, {960, 159, 0, 960, 0, &S::countNum_p_r2, 0},
+        {960, 159, 0, 960, 0, &S::countNum_p_r1, 1}, {960, 80, 0, 960, 0, &S::countNum_p_r1, 1},
+        {960, 79, 0, 960, 0, &S::countNum_p_r1, 0},  {960, 0, 108, 960, 1, &S::countNum_t_b, 0},
+        {960, 0, 107, 960, 0, &S::countNum_t_b, 1},  {960, 0, 54, 960, 0, &S::countNum_t_b, 1},
+        {960, 0, 53, 960, 0, &S::countNum_t_b, 0},
+    };
+    for (const auto &c : cases) {
+        S s = sent_to(c.p, 960, 540);
+        EXPECT_EQ(decide(s, framing(960 + c.dx, 540 + c.dy, c.width)).decision, c.decision)
+            << c.dx << " " << c.dy << " " << c.width;
+        EXPECT_EQ(s.*c.counter, c.count) << c.dx << " " << c.dy << " " << c.width;
     }
 }
 
@@ -262,54 +204,7 @@ INSTANTIATE_TEST_SUITE_P(
                         "******** change_t = 1, 1/6 < abs < 2/6, countNum_t_t > 2 ***********"},
         PersistenceCase{"tilt bottom", 0, 60, 0, 4, 3,
                         "******** change_t = 1, 1/6 < abs < 2/6, countNum_t_b > 3 ***********",
-                        "******** change_t = 1, 1/6 < abs < 2/6, countNum_t_b > 2 ***********"}),
-    [](const ::testing::TestParamInfo<PersistenceCase> &info) {
-        std::string name = info.param.what;
-        for (char &ch : name) {
-            ch = ch == ' ' ? '_' : ch;
-        }
-        return name;
-    });
-
-TEST(MoveDecision, AlternatingMediumPansNeverAccumulate) {
-    for (int dx : {200, 100}) {  // band 2, band 1
-        MoveDecisionState s = sent_to(960, 960, 540);
-        for (int frame = 0; frame < 12; ++frame) {
-            const bool right = frame % 2 == 0;
-            EXPECT_EQ(decide(s, framing(right ? 960 + dx : 960 - dx, 540, 960)).decision, 0)
-                << dx << " " << frame;
-            const int32_t counted = dx == 200 ? (right ? s.countNum_p_r2 : s.countNum_p_l2)
-                                              : (right ? s.countNum_p_r1 : s.countNum_p_l1);
-            EXPECT_EQ(counted, 1) << dx << " " << frame;
-            EXPECT_EQ(s.countNum_p_r2 + s.countNum_p_l2 + s.countNum_p_r1 + s.countNum_p_l1, 1);
-        }
-    }
-}
-
-TEST(MoveDecision, AfterAMoveBandTwoIsLeftwardWheneverTheCentreIsLeftOfThePreviousWidth) {
-    struct Case {
-        int prevX, x;
-        bool afterMove;
-        int l2, r2;
-    } cases[] = {
-        {300, 500, true, 1, 0},    // right of the old centre, but 500 < 960
-        {1200, 1000, true, 0, 1},  // left of the old centre, but 1000 >= 960
-        {300, 500, false, 0, 1},   // at rest the old centre decides
-        {1200, 1000, false, 1, 0},
-    };
-    for (const Case &c : cases) {
-        MoveDecisionState s = sent_to(960, c.prevX, 540);
-        s.changeFlag = c.afterMove ? 1 : 0;
-        EXPECT_EQ(decide(s, framing(c.x, 540, 960)).decision, 0);
-        EXPECT_EQ(s.countNum_p_l2, c.l2) << c.prevX << " -> " << c.x << (c.afterMove ? " after a move" : "");
-        EXPECT_EQ(s.countNum_p_r2, c.r2) << c.prevX << " -> " << c.x << (c.afterMove ? " after a move" : "");
-    }
-    // Band 1 keeps the centre test after a move too.
-    MoveDecisionState b1 = sent_to(960, 300, 540);
-    b1.changeFlag = 1;
-    decide(b1, framing(400, 540, 960));
-    EXPECT_EQ(b1.countNum_p_r1, 1);
-}
+                        "******** change_t = 1, 1/6 < abs < 2/6, countNum_t_b > 2 ***********"}));
 
 TEST(MoveDecision, TenFacelessFramesDoNothingAndTheEleventhSendsTheFullView) {
     MoveDecisionState s = sent_to(506, 950, 482);

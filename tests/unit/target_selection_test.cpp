@@ -47,31 +47,6 @@ TEST(TargetSelection, NoFaceOnlyStoresTheCountAndPrintsTheSlashNLine) {
     EXPECT_FALSE(s.targetLost);
 }
 
-TEST(TargetSelection, OneFaceIsFollowedWithoutScoring) {
-    for (bool lost : {true, false}) {
-        TargetSelectionState s = following_centre_face();
-        s.targetLost = lost;
-        for (Rect_t &p : s.person) {
-            p = kSentinel;
-        }
-        std::vector<double> scores(kMaxFaces, 0.0);
-        scores[0] = 0.75;
-        const std::string out = select(s, {{500, 300, 100, 120}}, scores);
-        EXPECT_EQ(out.rfind("/n/n/n ***************** faceNum = 1 ************ ", 0), 0u);
-        EXPECT_EQ(s.faceNum, 1);
-        // 100 x 120 measures 110: [500 - 110, 300 - 66, 330, 313].
-        EXPECT_EQ(s.personCenterRect, (Rect_t{390, 234, 330, 313}));
-        EXPECT_EQ(s.targetReferenceScore, 0.75f);
-        EXPECT_EQ(s.targetReferenceArea, 12000.0f);
-        EXPECT_EQ(s.person[0], kSentinel) << "the table is only rebuilt with two or more faces";
-        EXPECT_EQ(s.targetLost, lost) << "the move decision owns targetLost";
-        EXPECT_EQ(info_messages(out),
-                  (std::vector<std::string>{
-                      "********** faceNum=1 **************",
-                      "**************** personCenterRect [390, 234, 330, 313] *****************"}));
-    }
-}
-
 TEST(TargetSelection, FirstAcquisitionOfTwoEquallyNearFacesTakesTheLowerIndexAndTracesEveryStep) {
     TargetSelectionState s;  // target lost, as at thread start
     const std::vector<double> scores(kMaxFaces, 0.9);
@@ -116,26 +91,6 @@ TEST(TargetSelection, FirstAcquisitionOfTwoEquallyNearFacesTakesTheLowerIndexAnd
     TargetSelectionState swapped;
     select(swapped, {{760, 490, 100, 100}, {1060, 490, 100, 100}}, scores);
     EXPECT_EQ(swapped.personCenterRect, (Rect_t{660, 430, 300, 285}));
-}
-
-TEST(TargetSelection, FirstAcquisitionTakesTheNearestFaceIfAnyIsNearerThan1101) {
-    TargetSelectionState s;
-    std::vector<double> scores(kMaxFaces, 0.9);
-    scores[2] = 0.6;
-    std::string out = select(s, {{100, 100, 80, 80}, {1700, 900, 80, 80}, {1000, 600, 80, 80}}, scores);
-    EXPECT_TRUE(
-        has_message(info_messages(out), "**************** face_distance_min_id = 2 *****************"));
-    EXPECT_EQ(s.personCenterRect, s.person[2]);
-    EXPECT_EQ(s.targetReferenceScore, 0.6f);
-    EXPECT_EQ(s.targetReferenceArea, 6400.0f);
-    // Face 1 on the corner (0, 0) is 1101 out, not nearer than the start
-    // value; face 0, farther still, is the one taken.
-    TargetSelectionState far;
-    out = select(far, {{-200, -200, 2, 2}, {0, 0, 1, 1}}, scores);
-    const std::vector<std::string> m = info_messages(out);
-    EXPECT_TRUE(has_message(m, "********** face_distance[0]=1374 **************"));
-    EXPECT_TRUE(has_message(m, "********** face_distance[1]=1101 **************"));
-    EXPECT_EQ(far.personCenterRect, far.person[0]);
 }
 
 TEST(TargetSelection, ReidentificationWeighsOverlapAboveScoreAboveArea) {
@@ -197,22 +152,4 @@ TEST(TargetSelection, NoScoreAboveZeroChoosesFaceZero) {
     n.targetLost = false;
     select(n, {{1500, 400, 100, 100}, {900, 400, 100, 100}}, std::vector<double>(kMaxFaces, 0.8));
     EXPECT_EQ(n.personCenterRect, (Rect_t{1400, 340, 300, 285}));
-}
-
-TEST(TargetSelection, AtMostTenFacesAreTaken) {
-    TargetSelectionState s;
-    std::vector<Rect_t> faces;
-    for (int i = 0; i < 12; ++i) {
-        faces.push_back({100 + 140 * i, 500, 60, 60});
-    }
-    // Exactly ten scores on the heap: a read past them is an error under ASan.
-    const std::vector<double> scores(kMaxFaces, 0.9);
-    const std::string out = select(s, faces, scores);
-    EXPECT_EQ(out.rfind("/n/n/n ***************** faceNum = 10 ************ ", 0), 0u);
-    EXPECT_EQ(s.faceNum, 10);
-    const std::vector<std::string> m = info_messages(out);
-    EXPECT_TRUE(has_message(m, "********** face_distance[9]=430 **************"));
-    for (const std::string &line : m) {
-        EXPECT_EQ(line.find("[10]"), std::string::npos) << line;
-    }
 }

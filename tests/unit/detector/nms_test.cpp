@@ -56,19 +56,6 @@ TEST(Suppression, MergesOnlyAboveTheThresholdIdenticalAndTouchingBoxesIncluded) 
     }
 }
 
-TEST(Suppression, HardKeepsTheBestScoredSeedUnchanged) {
-    std::vector<FaceBox> in = {box(12, 12, 52, 52, 0.7f), box(10, 10, 50, 50, 0.95f),
-                               box(11, 9, 49, 51, 0.8f)};
-    std::vector<FaceBox> out;
-    non_maximum_suppression(in, out, HARD_NMS, kIou);
-    ASSERT_EQ(out.size(), 1u);
-    expect_box_eq(out[0], box(10, 10, 50, 50, 0.95f));
-    // The input is left sorted, best first.
-    EXPECT_EQ(in[0].score, 0.95f);
-    EXPECT_EQ(in[1].score, 0.8f);
-    EXPECT_EQ(in[2].score, 0.7f);
-}
-
 TEST(Suppression, BlendingWeightsBySoftmaxAndStaysBelowTheBestScore) {
     const FaceBox best = box(10, 10, 50, 50, 0.99f);
     const FaceBox other = box(14, 14, 54, 54, 0.66f);
@@ -106,22 +93,6 @@ TEST(Suppression, CandidatesAreComparedWithTheSeedOnly) {
     ASSERT_EQ(out.size(), 2u);
     expect_box_eq(out[0], a);
     expect_box_eq(out[1], c);
-}
-
-TEST(Suppression, OutputComesInDescendingOrderOfTheSeedScores) {
-    std::vector<FaceBox> in = {box(200, 10, 240, 50, 0.7f), box(0, 0, 40, 40, 0.8f),
-                               box(100, 0, 140, 40, 0.95f), box(101, 1, 141, 41, 0.9f),
-                               box(300, 0, 340, 40, 0.66f)};
-    std::vector<FaceBox> out;
-    non_maximum_suppression(in, out, BLENDING_NMS, kIou);
-    ASSERT_EQ(out.size(), 4u);
-    EXPECT_NEAR(out[0].x1, 100.5f, 0.05f);  // the merged pair, seeded by 0.95
-    EXPECT_EQ(out[1].x1, 0.0f);
-    EXPECT_EQ(out[2].x1, 200.0f);
-    EXPECT_EQ(out[3].x1, 300.0f);
-    for (size_t i = 1; i < out.size(); ++i) {
-        EXPECT_GT(out[i - 1].score, out[i].score);
-    }
 }
 
 TEST(SuppressionDeathTest, UnknownTypeWithCandidatesEndsTheProcess) {
