@@ -1,13 +1,12 @@
-// facedet_replay's log reading on recorded excerpts (the daemon's colour
-// console with other threads' lines in between, logs cut by a killed process,
-// the frame log) and the figures, JSON and page made from them.
+// facedet_replay's reading of the daemon's colour console, with other
+// threads' lines in between; the figures and page made from it are checked
+// end to end.
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
 #include "replay_log.h"
-#include "replay_report.h"
 
 using namespace replay;
 
@@ -26,24 +25,15 @@ std::string frame_header(int n) {
                 "--------------frameNumber = " + std::to_string(n) + "-----------------");
 }
 
-std::string stages_before_invoke(int getMs, int gammaMs) {
-    return info("get_stream_thread.cpp", 210,
-                " ******** get frame time =[" + std::to_string(getMs) + "] ms********") +
-           info("get_stream_thread.cpp", 215,
-                " ******** autogamma time =[" + std::to_string(gammaMs) + "] ms********");
-}
-
-std::string stages_after_invoke(int invokeMs, int allMs) {
+// The timing line of one stage.
+std::string stage(const char *name, int ms, const char *end = "") {
     return info("get_stream_thread.cpp", 160,
-                " ******** invoke time =[" + std::to_string(invokeMs) + "] ms********") +
-           info("get_stream_thread.cpp", 168, " ******** strategies time =[0] ms********") +
-           info("get_stream_thread.cpp", 171,
-                " ******** all time =[" + std::to_string(allMs) + "] ms********\n\n");
+                std::string(" ******** ") + name + " time =[" + std::to_string(ms) + "] ms********" + end);
 }
 
 // A frame with one face that decides a move, as the daemon prints it.
 std::string moving_frame(int n) {
-    return frame_header(n) + stages_before_invoke(0, 1) +
+    return frame_header(n) + stage("get frame", 0) + stage("autogamma", 1) +
            info("box_filter.cpp", 52, "face box (x, y, w, h) = (180, 60, 48, 60), score = 0.981234") +
            // The selection's printf has no line end: it lands in front of the next line.
            "/n/n/n ***************** faceNum = 1 ************ " +
@@ -53,12 +43,13 @@ std::string moving_frame(int n) {
            info("move_decision.cpp", 280, "******************** panPoint = -122 *******************") +
            info("move_decision.cpp", 282, "******************** tiltPoint = 0 ******************") +
            info("move_decision.cpp", 284, "******************** zoomPoint = 1475 ******************") +
-           stages_after_invoke(9, 11);
+           stage("invoke", 9) + stage("strategies", 0) + stage("all", 11, "\n\n");
 }
 
 std::string faceless_frame(int n) {
-    return frame_header(n) + stages_before_invoke(0, 0) +
-           "/n/n/n ***************** faceNum = 0 ************ " + stages_after_invoke(7, 8);
+    return frame_header(n) + stage("get frame", 0) + stage("autogamma", 0) +
+           "/n/n/n ***************** faceNum = 0 ************ " + stage("invoke", 7) +
+           stage("strategies", 0) + stage("all", 8, "\n\n");
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <fstream>
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -124,11 +125,7 @@ TEST(EngineParity, BigFacesAreFoundByBothAndScoresStayWithinTheQuantisationBound
         }
     }
     std::sort(diffs.begin(), diffs.end());
-    double sum = 0;
-    for (float d : diffs) {
-        sum += d;
-    }
-    const double meanDiff = sum / double(diffs.size());
+    const double meanDiff = std::accumulate(diffs.begin(), diffs.end(), 0.0) / double(diffs.size());
     auto quantile = [&](double q) { return diffs[static_cast<size_t>(q * double(diffs.size() - 1))]; };
     printf(
         "%zu frames, %zu priors: face score |int8 - float| mean %.5f, 99%% %.4f, 99.9%% %.4f, max %.3f; "
@@ -137,17 +134,11 @@ TEST(EngineParity, BigFacesAreFoundByBothAndScoresStayWithinTheQuantisationBound
         bigFaces);
     EXPECT_GT(bigFaces, 40u);
     EXPECT_EQ(bigUnmatched, 0u);
-    // Measured: mean 0.0022, 99 % of the priors within 0.025, 99.9 % within
-    // 0.30, the largest 0.84. The background priors (nearly all) agree to
-    // the quantisation step; the differences are on the priors around faces,
-    // where the int8 network scores lower (0.86 against 0.996 on one photo's
-    // best prior). The bounds are twice the measured mean and 99th
-    // percentile. The network itself shrugs off a swapped channel order or a
-    // doubled contrast in one engine (tried: both stay within the bounds and
-    // match every big face); what fails here is one engine running another
-    // network, a scrambled input layout or outputs out of prior order. The
-    // tail is not bounded: it is what makes the int8 network find fewer small
-    // faces.
+    // Measured: mean 0.0022, 99 % of the priors within 0.025 (the bounds are
+    // twice that). The differences are on the priors around faces, where the
+    // int8 network scores lower. A swapped channel order or doubled contrast
+    // in one engine stays within the bounds; another network, a scrambled
+    // input layout or outputs out of prior order do not.
     EXPECT_LT(meanDiff, 0.005);
     EXPECT_LT(quantile(0.99), 0.05);
 }
