@@ -131,80 +131,68 @@ TEST(MoveDecision, BandBoundariesBelongToTheLargerBand) {
     }
 }
 
-// A medium difference held frame after frame: how many frames until the
-// move, and its trace, under each threshold set.
-struct PersistenceCase {
-    const char *what;
-    int dx, dy, dw;
-    int atRestFrames, afterMoveFrames;
-    const char *atRestText, *afterMoveText;
-};
-
-class Persistence : public ::testing::TestWithParam<PersistenceCase> {};
-
-TEST_P(Persistence, AtRestAndAfterAMove) {
-    const PersistenceCase &c = GetParam();
-    for (bool afterMove : {false, true}) {
-        MoveDecisionState s = sent_to(960, 960, 540);
-        const Rect_t f = framing(960 + c.dx, 540 + c.dy, 960 + c.dw);
-        const int want = afterMove ? c.afterMoveFrames : c.atRestFrames;
-        int frames = 0;
-        Outcome o{0, {}};
-        while (o.decision == 0 && frames < 10) {
-            // A decision to stay clears changeFlag, which would end the
-            // after-move set after one frame; it is held here to reach its limit.
-            if (afterMove) {
-                s.changeFlag = 1;
+// A difference held frame after frame: how many frames until the move, and
+// its trace, at rest and after a move. P = 960: zoom medium 192..383, pan band
+// 2 160..319, band 1 80..159, tilt medium 54..107.
+TEST(MoveDecision, PersistenceAtRestAndAfterAMove) {
+    const struct {
+        const char *what;
+        int dx, dy, dw;
+        int atRestFrames, afterMoveFrames;
+        const char *atRestText, *afterMoveText;
+    } cases[] = {
+        {"large zoom", 0, 0, 400, 1, 1, "******** change_z = 1, abs > 0.4 ***********",
+         "******** change_z = 1, 0.4 < abs, ***********"},
+        {"zoom in", 0, 0, 250, 4, 3, "******** change_z = 1, 0.2 < abs < 0.4, countNum_z_in > 3 ***********",
+         "******** change_z = 1, 0.2 < abs < 0.4, countNum_z_in > 2***********"},
+        {"zoom out", 0, 0, -260, 4, 3,
+         "******** change_z = 1, 0.2 < abs < 0.4, countNum_z_out > 3 ***********",
+         "******** change_z = 1, 0.2 < abs < 0.4, countNum_z_out > 2***********"},
+        {"large pan", -330, 0, 0, 1, 1, "******** change_p = 1, 2/6 < abs ***********",
+         "******** change_p = 1, 2/6 < abs, ***********"},
+        {"pan band 2 right", 200, 0, 0, 4, 3,
+         "******** change_p = 1, 1/6 < abs < 2/6, countNum_p_r2 > 3 ***********",
+         "******** change_p = 1, 1/6 < abs < 2/6, countNum_p_r2 > 2 ***********"},
+        {"pan band 2 left", -200, 0, 0, 4, 3,
+         "******** change_p = 1, 1/6 < abs < 2/6, countNum_p_l2 > 3 ***********",
+         "******** change_p = 1, 1/6 < abs < 2/6, countNum_p_l2 > 2 ***********"},
+        {"pan band 1 right", 100, 0, 0, 5, 4,
+         "******** change_p = 1, 1/12 < abs < 1/6, countNum_p_r1 > 6 ***********",
+         "******** change_p = 1, 1/12 < abs < 1/6, countNum_p_r1 > 4 ***********"},
+        {"pan band 1 left", -100, 0, 0, 5, 4,
+         "******** change_p = 1, 1/12 < abs < 1/6, countNum_p_l1 > 6 ***********",
+         "******** change_p = 1, 1/12 < abs < 1/6, countNum_p_l1 > 4 ***********"},
+        {"large tilt", 0, -108, 0, 1, 1, "******** change_t = 1, 2/6 < abs, ***********",
+         "******** change_t = 1, 2/6 < abs, ***********"},
+        {"tilt top", 0, -60, 0, 4, 3, "******** change_t = 1, 1/6 < abs < 2/6, countNum_t_t > 3 ***********",
+         "******** change_t = 1, 1/6 < abs < 2/6, countNum_t_t > 2 ***********"},
+        {"tilt bottom", 0, 60, 0, 4, 3,
+         "******** change_t = 1, 1/6 < abs < 2/6, countNum_t_b > 3 ***********",
+         "******** change_t = 1, 1/6 < abs < 2/6, countNum_t_b > 2 ***********"},
+    };
+    for (const auto &c : cases) {
+        for (bool afterMove : {false, true}) {
+            MoveDecisionState s = sent_to(960, 960, 540);
+            const Rect_t f = framing(960 + c.dx, 540 + c.dy, 960 + c.dw);
+            int frames = 0;
+            Outcome o{0, {}};
+            while (o.decision == 0 && frames < 10) {
+                // A decision to stay clears changeFlag, which would end the
+                // after-move set after one frame; it is held here to reach its limit.
+                s.changeFlag = afterMove ? 1 : s.changeFlag;
+                o = decide(s, f);
+                ++frames;
+                EXPECT_TRUE(o.decision == 1 || o.messages.empty()) << c.what;
             }
-            o = decide(s, f);
-            ++frames;
-            if (o.decision == 0) {
-                EXPECT_TRUE(o.messages.empty()) << c.what;
-            }
+            EXPECT_EQ(frames, afterMove ? c.afterMoveFrames : c.atRestFrames)
+                << c.what << (afterMove ? " after a move" : "");
+            EXPECT_EQ(o.messages, std::vector<std::string>{afterMove ? c.afterMoveText : c.atRestText})
+                << c.what;
+            EXPECT_EQ(s.changeFlag, 1);
+            EXPECT_EQ(afterMove ? s.moveCountNumFlag : s.stopCountNumFlag, 0) << c.what;
         }
-        EXPECT_EQ(frames, want) << c.what << (afterMove ? " after a move" : " at rest");
-        EXPECT_EQ(o.messages, std::vector<std::string>{afterMove ? c.afterMoveText : c.atRestText}) << c.what;
-        EXPECT_EQ(s.changeFlag, 1);
-        EXPECT_EQ(afterMove ? s.moveCountNumFlag : s.stopCountNumFlag, 0) << c.what;
     }
 }
-
-// P = 960: zoom medium 192..383, pan band 2 160..319, band 1 80..159, tilt
-// medium 54..107. After a move, band 2 counts leftward for a centre left of
-// x = 960 (the previous width).
-INSTANTIATE_TEST_SUITE_P(
-    MoveDecision, Persistence,
-    ::testing::Values(
-        PersistenceCase{"large zoom", 0, 0, 400, 1, 1, "******** change_z = 1, abs > 0.4 ***********",
-                        "******** change_z = 1, 0.4 < abs, ***********"},
-        PersistenceCase{"zoom in", 0, 0, 250, 4, 3,
-                        "******** change_z = 1, 0.2 < abs < 0.4, countNum_z_in > 3 ***********",
-                        "******** change_z = 1, 0.2 < abs < 0.4, countNum_z_in > 2***********"},
-        PersistenceCase{"zoom out", 0, 0, -260, 4, 3,
-                        "******** change_z = 1, 0.2 < abs < 0.4, countNum_z_out > 3 ***********",
-                        "******** change_z = 1, 0.2 < abs < 0.4, countNum_z_out > 2***********"},
-        PersistenceCase{"large pan", -330, 0, 0, 1, 1, "******** change_p = 1, 2/6 < abs ***********",
-                        "******** change_p = 1, 2/6 < abs, ***********"},
-        PersistenceCase{"pan band 2 right", 200, 0, 0, 4, 3,
-                        "******** change_p = 1, 1/6 < abs < 2/6, countNum_p_r2 > 3 ***********",
-                        "******** change_p = 1, 1/6 < abs < 2/6, countNum_p_r2 > 2 ***********"},
-        PersistenceCase{"pan band 2 left", -200, 0, 0, 4, 3,
-                        "******** change_p = 1, 1/6 < abs < 2/6, countNum_p_l2 > 3 ***********",
-                        "******** change_p = 1, 1/6 < abs < 2/6, countNum_p_l2 > 2 ***********"},
-        PersistenceCase{"pan band 1 right", 100, 0, 0, 5, 4,
-                        "******** change_p = 1, 1/12 < abs < 1/6, countNum_p_r1 > 6 ***********",
-                        "******** change_p = 1, 1/12 < abs < 1/6, countNum_p_r1 > 4 ***********"},
-        PersistenceCase{"pan band 1 left", -100, 0, 0, 5, 4,
-                        "******** change_p = 1, 1/12 < abs < 1/6, countNum_p_l1 > 6 ***********",
-                        "******** change_p = 1, 1/12 < abs < 1/6, countNum_p_l1 > 4 ***********"},
-        PersistenceCase{"large tilt", 0, -108, 0, 1, 1, "******** change_t = 1, 2/6 < abs, ***********",
-                        "******** change_t = 1, 2/6 < abs, ***********"},
-        PersistenceCase{"tilt top", 0, -60, 0, 4, 3,
-                        "******** change_t = 1, 1/6 < abs < 2/6, countNum_t_t > 3 ***********",
-                        "******** change_t = 1, 1/6 < abs < 2/6, countNum_t_t > 2 ***********"},
-        PersistenceCase{"tilt bottom", 0, 60, 0, 4, 3,
-                        "******** change_t = 1, 1/6 < abs < 2/6, countNum_t_b > 3 ***********",
-                        "******** change_t = 1, 1/6 < abs < 2/6, countNum_t_b > 2 ***********"}));
 
 TEST(MoveDecision, TenFacelessFramesDoNothingAndTheEleventhSendsTheFullView) {
     MoveDecisionState s = sent_to(506, 950, 482);

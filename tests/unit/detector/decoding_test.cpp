@@ -52,26 +52,6 @@ TEST(Decoding, ThresholdIsStrictAndCandidatesKeepPriorOrderInImagePixels) {
     }
 }
 
-TEST(Decoding, RegressionShiftsByVarianceTimesPriorSizeScalesExponentiallyAndIsClipped) {
-    Outputs o;
-    // Centre moves by 0.1 x 2 x w and 0.1 x -1 x h; the width doubles, the height halves.
-    const float ln2 = std::log(2.0f);
-    o.add({0.5f, 0.5f, 0.1f, 0.2f}, 0.8f, {2.0f, -1.0f, ln2 / 0.2f, -ln2 / 0.2f});
-    o.add({0.02f, 0.98f, 0.2f, 0.2f}, 0.99f);  // past the left and bottom edges
-    std::vector<FaceBox> out;
-    ASSERT_TRUE(o.decode(out));
-    ASSERT_EQ(out.size(), 2u);
-    const float cx = 0.5f + 0.02f, cy = 0.5f - 0.02f, w = 0.2f, h = 0.1f;
-    EXPECT_NEAR(out[0].x1, (cx - w / 2) * 416, 1e-3);
-    EXPECT_NEAR(out[0].x2, (cx + w / 2) * 416, 1e-3);
-    EXPECT_NEAR(out[0].y1, (cy - h / 2) * 234, 1e-3);
-    EXPECT_NEAR(out[0].y2, (cy + h / 2) * 234, 1e-3);
-    EXPECT_EQ(out[1].x1, 0.0f);
-    EXPECT_EQ(out[1].y2, 234.0f);
-    EXPECT_FLOAT_EQ(out[1].x2, 0.12f * 416);
-    EXPECT_FLOAT_EQ(out[1].y1, 0.88f * 234);
-}
-
 TEST(Decoding, OutputsShorterThanThePriorsAreRefusedUnread) {
     Outputs o;
     o.add({0.5f, 0.5f, 0.1f, 0.1f}, 0.9f);
