@@ -28,14 +28,13 @@ uint8_t pattern_byte(int k, size_t i) {
 }
 
 bool frame_matches(const MI_SYS_BufInfo_t &info, int k) {
-    const uint8_t *y = static_cast<const uint8_t *>(info.stFrameData.pVirAddr[0]);
-    const uint8_t *uv = static_cast<const uint8_t *>(info.stFrameData.pVirAddr[1]);
-    for (size_t i = 0; i < kFrameBytes; ++i) {
-        if ((i < kW * kH ? y[i] : uv[i - kW * kH]) != pattern_byte(k, i)) {
-            return false;
-        }
+    const auto *y = static_cast<const uint8_t *>(info.stFrameData.pVirAddr[0]);
+    const auto *uv = static_cast<const uint8_t *>(info.stFrameData.pVirAddr[1]);
+    size_t i = 0;
+    while (i < kFrameBytes && (i < kW * kH ? y[i] : uv[i - kW * kH]) == pattern_byte(k, i)) {
+        ++i;
     }
-    return true;
+    return i == kFrameBytes;
 }
 
 bool readable(int fd, int timeoutMs) {

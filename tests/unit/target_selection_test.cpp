@@ -37,18 +37,6 @@ TargetSelectionState following_centre_face() {
 
 }  // namespace
 
-TEST(TargetSelection, NoFaceOnlyStoresTheCountAndPrintsTheSlashNLine) {
-    TargetSelectionState s = following_centre_face();
-    s.faceNum = 3;
-    const std::string out = select(s, {}, std::vector<double>(kMaxFaces, 0.5));
-    // A literal slash and n, no line break, a blank at the end.
-    EXPECT_EQ(out, "/n/n/n ***************** faceNum = 0 ************ ");
-    EXPECT_EQ(s.faceNum, 0);
-    EXPECT_EQ(s.personCenterRect, (Rect_t{800, 340, 300, 285}));
-    EXPECT_EQ(s.targetReferenceScore, 0.8f);
-    EXPECT_FALSE(s.targetLost);
-}
-
 TEST(TargetSelection, FirstAcquisitionOfTwoEquallyNearFacesTakesTheLowerIndexAndTracesEveryStep) {
     TargetSelectionState s;  // target lost, as at thread start
     const std::vector<double> scores(kMaxFaces, 0.9);

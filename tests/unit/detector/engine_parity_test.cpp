@@ -24,31 +24,27 @@ namespace {
 const std::string kShared = FACEDET_SHARED_DIR;
 constexpr int kWidth = 416, kHeight = 234;
 
+// Every fourth labelled photo (lines "name width height faces folder") and a
+// frame every twelve of two scenes with people, scaled to the stream size.
 std::vector<cv::Mat> parity_frames() {
-    std::vector<cv::Mat> frames;
-    auto add = [&](const cv::Mat &picture) {
-        if (!picture.empty()) {
-            cv::Mat frame;
-            cv::resize(picture, frame, cv::Size(kWidth, kHeight));
-            frames.push_back(frame);
-        }
-    };
-    // Every fourth labelled photo (lines "name width height faces folder").
+    std::vector<cv::Mat> pictures, frames;
     std::ifstream list(kShared + "/data/faces/images.txt");
     std::string line;
     for (int i = 0; std::getline(list, line); ++i) {
         if (i % 4 == 0) {
-            add(cv::imread(kShared + "/data/faces/images/" + line.substr(0, line.find(' '))));
+            pictures.push_back(cv::imread(kShared + "/data/faces/images/" + line.substr(0, line.find(' '))));
         }
     }
-    // A frame every twelve of two scenes with people.
     for (const char *video : {"meeting_room_four_seated.mp4", "two_people_walking_toward_camera.mp4"}) {
         cv::VideoCapture capture(kShared + "/data/videos/" + video);
         cv::Mat picture;
         for (int i = 0; capture.read(picture); ++i) {
-            if (i % 12 == 0) {
-                add(picture);
-            }
+            i % 12 == 0 ? pictures.push_back(picture.clone()) : void();
+        }
+    }
+    for (const cv::Mat &picture : pictures) {
+        if (!picture.empty()) {
+            cv::resize(picture, frames.emplace_back(), cv::Size(kWidth, kHeight));
         }
     }
     return frames;
