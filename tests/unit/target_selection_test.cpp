@@ -83,20 +83,24 @@ TEST(TargetSelection, FirstAcquisitionOfTwoEquallyNearFacesTakesTheLowerIndexAnd
     EXPECT_EQ(swapped.personCenterRect, (Rect_t{660, 430, 300, 285}));
 }
 
-TEST(TargetSelection, NoScoreAboveZeroChoosesFaceZero) {
-    // The reference face was tiny (area 100): both faces score below zero,
-    // face 1 less so, yet neither beats the start value 0.
+TEST(TargetSelection, ReidentificationWeighsOverlapAboveScoreAboveArea) {
+    // Face 0: elsewhere, same size and score (0.3 + 0.5 = 0.8). Face 1: on the
+    // target, same size, score 0.2 against 0.8 (0.3 + 0.8 + 0.125). Face 2:
+    // elsewhere, twice the area, same score (about 0.5).
     TargetSelectionState s = following_centre_face();
-    s.targetReferenceArea = 100.0f;
-    const std::string out =
-        select(s, {{100, 400, 100, 100}, {1500, 400, 30, 30}}, std::vector<double>(kMaxFaces, 0.8));
-    const std::vector<std::string> m = info_messages(out);
-    EXPECT_TRUE(has(m, "**************** iou_area_score[1] = -1.600000 *****************"));
-    EXPECT_TRUE(has(m, "**************** iou_area_score_max_id = 0 *****************"));
-    EXPECT_EQ(s.personCenterRect, (Rect_t{0, 340, 300, 285}));
-    EXPECT_EQ(s.targetReferenceArea, 10000.0f);
-
-    // A zero-area reference makes every overlap 0 / 0: NaN never wins.
+    std::vector<double> scores(kMaxFaces, 0.8);
+    scores[1] = 0.2;
+    const std::vector<std::string> m =
+        info_messages(select(s, {{100, 400, 100, 100}, {900, 400, 100, 100}, {1600, 400, 141, 141}}, scores));
+    for (const char *line : {"iou_area_score[0] = 0.800000", "iou_area_score[1] = 1.225000",
+                             "person_iou_max_id = 1", "iou_area_score_max_id = 1"}) {
+        EXPECT_TRUE(has(m, std::string("**************** ") + line + " *****************")) << line;
+    }
+    EXPECT_FALSE(has(m, "**************** face_distance_min_id = 0 *****************"))
+        << "not acquired afresh";
+    EXPECT_EQ(s.personCenterRect, (Rect_t{800, 340, 300, 285}));
+    EXPECT_EQ(s.targetReferenceScore, 0.2f);
+    // A zero-area reference makes every overlap 0 / 0: NaN never wins, face 0 is taken.
     TargetSelectionState n;
     n.targetLost = false;
     select(n, {{1500, 400, 100, 100}, {900, 400, 100, 100}}, std::vector<double>(kMaxFaces, 0.8));
