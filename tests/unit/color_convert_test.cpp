@@ -16,12 +16,9 @@ namespace {
 
 // The formula stated apart from the code under test: the 16-bit wrap as a
 // remainder modulo 65536, the arithmetic shift as a floor division.
-int wrap_lane(int v) {
+int shifted(int v) {
     const int m = ((v % 65536) + 65536) % 65536;
-    return m >= 32768 ? m - 65536 : m;
-}
-int floor_div256(int v) {
-    return static_cast<int>(std::floor(v / 256.0));
+    return static_cast<int>(std::floor((m >= 32768 ? m - 65536 : m) / 256.0));
 }
 int clamp255(int v) {
     return v < 0 ? 0 : (v > 255 ? 255 : v);
@@ -33,15 +30,8 @@ struct Pixel {
 
 Pixel formula(int y, int c0, int c1) {
     const int a = c0 - 128, b = c1 - 128;
-    return {clamp255(y + floor_div256(wrap_lane(455 * b))),
-            clamp255(y - floor_div256(wrap_lane(88 * b + 184 * a))),
-            clamp255(y + floor_div256(wrap_lane(360 * a)))};
-}
-
-std::vector<Nv12ToBgrVariant> vector_versions() {
-    size_t n = 0;
-    const Nv12ToBgrVariant *all = nv12_to_bgr_variants(&n);
-    return std::vector<Nv12ToBgrVariant>(all + 1, all + n);
+    return {clamp255(y + shifted(455 * b)), clamp255(y - shifted(88 * b + 184 * a)),
+            clamp255(y + shifted(360 * a))};
 }
 
 // Frames that together hold every (Y, c0, c1) once: 4096 wide, so a chroma
@@ -119,7 +109,10 @@ TEST(ColorConvert, EveryVersionMatchesTheReferenceOnRandomFrames) {
         {424, 10},  {440, 8}, {416, 3}, {32, 1},  // tails of 8, 24; a lone last row
         {1920, 16},
     };
-    ASSERT_FALSE(vector_versions().empty()) << "no SSE2 or NEON version compiled in";
+    size_t n = 0;
+    const Nv12ToBgrVariant *all = nv12_to_bgr_variants(&n);  // the reference first
+    const std::vector<Nv12ToBgrVariant> versions(all + 1, all + n);
+    ASSERT_FALSE(versions.empty()) << "no SSE2 or NEON version compiled in";
     std::mt19937 rng(20240611);
     std::uniform_int_distribution<int> byte(0, 255);
     for (const Size &s : sizes) {
@@ -130,7 +123,7 @@ TEST(ColorConvert, EveryVersionMatchesTheReferenceOnRandomFrames) {
             }
             std::vector<uint8_t> want(static_cast<size_t>(s.width) * s.height * 3);
             ASSERT_EQ(nv12_to_bgr_reference(nv12.data(), want.data(), s.width, s.height), 0);
-            for (const Nv12ToBgrVariant &v : vector_versions()) {
+            for (const Nv12ToBgrVariant &v : versions) {
                 if (!v.usable) {
                     continue;
                 }

@@ -43,10 +43,7 @@ TEST(ConsoleLog, EachLevelHasItsColourNameAndSeparatorAndLongMessagesAreCut) {
     EXPECT_NE(console_line(LOG_ERROR, "plain", 3, "m").find("[plain:3]"), std::string::npos);
     // 1023 bytes of the message, and the line still ends.
     const std::string out = console_line(LOG_ERROR, "f", 1, std::string(2000, 'x').c_str());
-    const std::string tail = std::string(1023, 'x') + "\n\x1b[0m";
-    ASSERT_GE(out.size(), tail.size());
-    EXPECT_EQ(out.substr(out.size() - tail.size()), tail);
-    EXPECT_EQ(out.find(std::string(1024, 'x')), std::string::npos);
+    EXPECT_EQ(out.substr(out.find('x')), std::string(1023, 'x') + "\n\x1b[0m");
 }
 
 TEST(TraceFile, AppendsAndPassingTheLimitRestartsAtOffsetZeroOnTheNextCall) {
@@ -66,6 +63,5 @@ TEST(TraceFile, AppendsAndPassingTheLimitRestartsAtOffsetZeroOnTheNextCall) {
     trace_write(full, "XY");
     quiet.finish();
     const std::string content = read_file(full.path);
-    EXPECT_EQ(static_cast<long>(content.size()), kTraceFileLimit + 10);
-    EXPECT_EQ(content.substr(0, 2) + content.substr(content.size() - 10), "XY0123456789");
+    EXPECT_EQ(content.substr(0, 2) + content.substr(kTraceFileLimit), "XY0123456789");  // same size
 }

@@ -43,13 +43,11 @@ inline void ipc_remove_segment() {
 inline bool eventually(const std::function<bool()> &done,
                        std::chrono::milliseconds limit = std::chrono::seconds(10)) {
     const auto end = std::chrono::steady_clock::now() + limit;
-    while (!done()) {
-        if (std::chrono::steady_clock::now() > end) {
-            return false;
-        }
+    bool held;
+    while (!(held = done()) && std::chrono::steady_clock::now() <= end) {
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
-    return true;
+    return held;
 }
 
 #endif

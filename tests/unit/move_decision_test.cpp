@@ -36,17 +36,13 @@ Outcome decide(MoveDecisionState &s, const Rect_t &f, int mode = 1) {
     return {d, info_messages(capture.finish())};
 }
 
-struct StepOutcome {
-    MoveRequest request;
-    std::vector<std::string> messages;
-};
-
-StepOutcome frame_with(MoveDecisionState &s, TargetSelectionState &sel, const Rect_t &person) {
+// One frame with this person through the whole step.
+Outcome frame_with(MoveDecisionState &s, TargetSelectionState &sel, const Rect_t &person) {
     sel.faceNum = 1;
     sel.personCenterRect = person;
     OutputCapture capture;
     const MoveRequest r = move_decision_step(s, sel);
-    return {r, info_messages(capture.finish())};
+    return {static_cast<int>(r), info_messages(capture.finish())};
 }
 
 }  // namespace
@@ -59,8 +55,8 @@ TEST(MoveDecision, FirstFramingMovesAtOnceAndFillsTheObjectRecord) {
     s.tempObjectData[5] = 99;
     TargetSelectionState sel;
     // 300 x 285 person: framing 506 x 285 around (950, 482).
-    const StepOutcome o = frame_with(s, sel, {800, 340, 300, 285});
-    EXPECT_EQ(o.request, MoveRequest::MoveToObject);
+    const Outcome o = frame_with(s, sel, {800, 340, 300, 285});
+    EXPECT_EQ(o.decision, static_cast<int>(MoveRequest::MoveToObject));
     EXPECT_EQ(s.objRect, (Rect_t{800, 340, 300, 285}));
     EXPECT_EQ(s.outRect, (Rect_t{950, 482, 506, 285}));
     // Only fields 1, 2, 3 are filled on a move; the counters start again.
@@ -78,29 +74,24 @@ TEST(MoveDecision, FirstFramingMovesAtOnceAndFillsTheObjectRecord) {
                           }));
 
     // The same person again: nothing to do, the camera stays.
-    const StepOutcome again = frame_with(s, sel, {800, 340, 300, 285});
-    EXPECT_EQ(again.request, MoveRequest::None);
+    const Outcome again = frame_with(s, sel, {800, 340, 300, 285});
+    EXPECT_EQ(again.decision, static_cast<int>(MoveRequest::None));
     EXPECT_TRUE(again.messages.empty());
     EXPECT_EQ(s.changeFlag, 0);
 }
 
 TEST(MoveDecision, WidthsAreComparedClampedButTheZoomPointIsNot) {
-    MoveDecisionState wide = sent_to(1920, 960, 540);
-    EXPECT_EQ(decide(wide, framing(960, 540, 2400)).decision, 0);
-    EXPECT_EQ(wide.fea_width, 1920);
-    EXPECT_EQ(wide.fea_height, 1350);
-
-    MoveDecisionState narrow = sent_to(480, 960, 540);
-    EXPECT_EQ(decide(narrow, framing(960, 540, 300)).decision, 0);
-    EXPECT_EQ(narrow.fea_width, 480);
-
+    MoveDecisionState wide = sent_to(1920, 960, 540), narrow = sent_to(480, 960, 540);
+    EXPECT_EQ(
+        decide(wide, framing(960, 540, 2400)).decision + decide(narrow, framing(960, 540, 300)).decision, 0);
+    EXPECT_EQ((std::vector<int32_t>{wide.fea_width, wide.fea_height, narrow.fea_width}),
+              (std::vector<int32_t>{1920, 1350, 480}));
     // A 90 x 90 person frames 160 wide: compared as 480, sent as 160.
     MoveDecisionState s;
     TargetSelectionState sel;
-    EXPECT_EQ(frame_with(s, sel, {900, 450, 90, 90}).request, MoveRequest::MoveToObject);
-    EXPECT_EQ(s.fea_width, 480);
-    EXPECT_EQ(s.tempObjectData[kObjectZoomPoint], 160);
-    EXPECT_EQ(s.prev_width, 160);
+    EXPECT_EQ(frame_with(s, sel, {900, 450, 90, 90}).decision, static_cast<int>(MoveRequest::MoveToObject));
+    EXPECT_EQ((std::vector<int32_t>{s.fea_width, s.tempObjectData[kObjectZoomPoint], s.prev_width}),
+              (std::vector<int32_t>{480, 160, 160}));
 }
 
 TEST(MoveDecision, BandBoundariesBelongToTheLargerBand) {
@@ -219,5 +210,5 @@ TEST(MoveDecision, TenFacelessFramesDoNothingAndTheEleventhSendsTheFullView) {
     EXPECT_TRUE(sel.targetLost);
 
     // The next face moves at once, as at start.
-    EXPECT_EQ(frame_with(s, sel, {800, 340, 300, 285}).request, MoveRequest::MoveToObject);
+    EXPECT_EQ(frame_with(s, sel, {800, 340, 300, 285}).decision, static_cast<int>(MoveRequest::MoveToObject));
 }

@@ -22,15 +22,13 @@
 TEST(ControlEndpoint, StartsOverALeftoverFileInTheRuntimeFolderAndEachDatagramSetsBothBytes) {
     const std::string dir = ipc_runtime_dir();
     net_paths_init();
-    EXPECT_EQ(std::string(sin_path), dir + "/sin_addr.socket");
-    EXPECT_EQ(std::string(itself_path), dir + "/itself_addr.socket");
-    EXPECT_EQ(std::string(featureCamera_path), dir + "/featureCamera_addr.socket");
+    EXPECT_EQ(std::string(sin_path) + itself_path + featureCamera_path,
+              dir + "/sin_addr.socket" + dir + "/itself_addr.socket" + dir + "/featureCamera_addr.socket");
     // A folder in the way: bind fails, and MsgBuf keeps its start value.
     mkdir(sin_path, 0755);
     OutputCapture err(2);
     EXPECT_EQ(detect_camera_udp_init(), -1);
-    const std::string errors = err.finish();
-    EXPECT_EQ(errors.rfind("bind: ", 0), 0u) << errors;
+    EXPECT_EQ(err.finish().rfind("bind: ", 0), 0u);
     EXPECT_EQ(MsgBuf[0] * 256 + MsgBuf[1], 0x100);
     rmdir(sin_path);
     // A plain file left by an earlier run is replaced.

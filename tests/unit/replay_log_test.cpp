@@ -46,12 +46,6 @@ std::string moving_frame(int n) {
            stage("invoke", 9) + stage("strategies", 0) + stage("all", 11, "\n\n");
 }
 
-std::string faceless_frame(int n) {
-    return frame_header(n) + stage("get frame", 0) + stage("autogamma", 0) +
-           "/n/n/n ***************** faceNum = 0 ************ " + stage("invoke", 7) +
-           stage("strategies", 0) + stage("all", 8, "\n\n");
-}
-
 }  // namespace
 
 TEST(ReplayDaemonLog, ReadsWarmUpAnalysedAndMovingFramesBetweenOtherThreadsLines) {
@@ -64,7 +58,10 @@ TEST(ReplayDaemonLog, ReadsWarmUpAnalysedAndMovingFramesBetweenOtherThreadsLines
     moving.insert(moving.find("\033[1;34m[2024-05-02 10:11:12:345] [INFO] [move_decision.cpp: 282]"),
                   "MsgBuf[0]= 1, MsgBuf[1]= 1 \nret == 0\n\033[1;32m[2024-05-02 10:11:12:346] [DEBUG] "
                   "[visca.cpp:88] reply 90 41 ff\n\033[0m");
-    const DaemonLog log = parse_daemon_log(out + moving + faceless_frame(11));
+    const std::string faceless = frame_header(11) + stage("get frame", 0) +
+                                 "/n/n/n ***************** faceNum = 0 ************ " +
+                                 stage("strategies", 0);
+    const DaemonLog log = parse_daemon_log(out + moving + faceless);
     ASSERT_EQ(log.frames.size(), 11u);
     EXPECT_FALSE(log.cutAtEnd);
     for (int i = 0; i < 9; ++i) {

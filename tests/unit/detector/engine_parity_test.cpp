@@ -50,9 +50,11 @@ std::vector<cv::Mat> parity_frames() {
     return frames;
 }
 
+// The face probability of every prior, and the faces after decoding and
+// suppression as the detector finds them.
 struct EngineRun {
-    std::vector<float> faceScores;  // the face probability of every prior
-    std::vector<FaceBox> faces;     // after decoding and suppression, as the detector does
+    std::vector<float> faceScores;
+    std::vector<FaceBox> faces, candidates;
 };
 
 EngineRun run_engine(InferenceEngine &engine, const cv::Mat &frame, const std::vector<Prior> &priors) {
@@ -63,11 +65,10 @@ EngineRun run_engine(InferenceEngine &engine, const cv::Mat &frame, const std::v
     for (size_t n = 0; n < priors.size() && 2 * n + 1 < outputs.scoreCount; ++n) {
         r.faceScores.push_back(outputs.scores[2 * n + 1]);
     }
-    std::vector<FaceBox> candidates;
     decode_boxes(outputs.scores, outputs.scoreCount, outputs.boxes, outputs.boxCount, priors,
                  static_cast<int32_t>(priors.size()), DecodeParams{0.65f, 0.1f, 0.2f, kWidth, kHeight},
-                 candidates);
-    non_maximum_suppression(candidates, r.faces, BLENDING_NMS, 0.3f);
+                 r.candidates);
+    non_maximum_suppression(r.candidates, r.faces, BLENDING_NMS, 0.3f);
     return r;
 }
 
