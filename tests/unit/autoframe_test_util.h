@@ -28,13 +28,4 @@ inline std::vector<std::string> info_messages(const std::string &out) {
     return messages;
 }
 
-inline bool has_message(const std::vector<std::string> &messages, const std::string &text) {
-    for (const std::string &m : messages) {
-        if (m == text) {
-            return true;
-        }
-    }
-    return false;
-}
-
 #endif

@@ -59,26 +59,3 @@ TEST(BoxFilter, KeepsScoredBoxesOfSixteenPixelsClampedAndScaled) {
     EXPECT_EQ(scale_to_output(415, 1920, 416), 1915);
     EXPECT_EQ(scale_to_output(233, 1080, 234), 1075);
 }
-
-TEST(BoxFilter, LogsEachBoxAndScoresGoToTheDetectorIndexOfTheTenBest) {
-    std::vector<FaceResult> crowd = {{-10, -5, 100, 60, 0.9f}, {0, 0, 5, 5, 0.8f}};
-    for (int i = 2; i < 14; ++i) {
-        crowd.push_back({i * 25, 10, i * 25 + 20, 30, 0.99f - 0.01f * i});
-    }
-    std::vector<Rect_t> frame, output;
-    frame.reserve(kMaxDetections);
-    const Rect_t *storage = frame.data();
-    double scores[kMaxDetections];
-    std::fill(scores, scores + kMaxDetections, 0.25);
-    OutputCapture capture;
-    filter_face_boxes(crowd, frame, output, scores);
-    const std::string log = capture.finish();
-    EXPECT_NE(log.find("face box (x, y, w, h) = (0, 0, 110, 65), score = 0.9"), std::string::npos) << log;
-    EXPECT_EQ(frame.size(), kMaxDetections - 1);  // detection 1 is too small; 10 to 13 are not looked at
-    EXPECT_EQ(frame.back().x, 225);
-    EXPECT_EQ(output.size(), frame.size());
-    EXPECT_EQ(frame.data(), storage) << "the lists are reused from frame to frame";
-    EXPECT_DOUBLE_EQ(scores[0], static_cast<double>(0.9f));
-    EXPECT_EQ(scores[1], 0.25);  // skipped: the older value stays
-    EXPECT_DOUBLE_EQ(scores[9], static_cast<double>(0.99f - 0.01f * 9));
-}

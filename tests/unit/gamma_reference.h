@@ -13,15 +13,12 @@
 #include "faceDet/gamma_record.h"
 
 struct ReferenceGammaState {
-    int32_t cur_isuse = 0;
-    int32_t pre_isuse = 0;
+    int32_t cur_isuse = 0, pre_isuse = 0;
     uint8_t reverseFlag = 0;
-    int32_t appliedOffsets[256] = {};
-    int32_t newOffsets[256] = {};
+    int32_t appliedOffsets[256] = {}, newOffsets[256] = {};
 };
 
-// (int) of a float, failing the test when the value has no int32 (where the
-// conversion would be undefined).
+// (int) of a float, failing the test where the conversion would be undefined.
 inline int32_t reference_truncate(float v) {
     if (!((double)v > -2147483649.0 && (double)v < 2147483648.0)) {
         ADD_FAILURE() << "float " << v << " has no int32 truncation";
@@ -30,164 +27,102 @@ inline int32_t reference_truncate(float v) {
     return (int32_t)v;
 }
 
-// Steps 1b to 11 of one frame on a record already read into `rec`. Returns
-// true when the record is to be written back. g_v_hist is changed as the
-// daemon changes it (normalised when a curve is computed).
+// One frame on a record already read into `rec`. Returns true when the record
+// is to be written back. g_v_hist is normalised when a curve is computed, as
+// the daemon does.
 inline bool reference_gamma_frame(ReferenceGammaState &st, GammaRecord &rec, float g_v_hist[256]) {
-    // 1.
     st.cur_isuse = rec.isuse;
-    // 2.
-    if (rec.isuse == 0) {
-        st.reverseFlag = 0;
-        if (st.pre_isuse == 1) {
-            for (int i = 0; i < 256; i++) {
-                st.appliedOffsets[i] = 0;
-                st.newOffsets[i] = 0;
-            }
+    st.reverseFlag = rec.isuse != 0;
+    for (int i = 0; i < 256; i++) {
+        if (rec.isuse == 0 && st.pre_isuse == 1) {
+            st.appliedOffsets[i] = st.newOffsets[i] = 0;
+        } else if (rec.isuse != 0 && rec.mode == 0 && rec.valid == 1) {
+            st.appliedOffsets[i] = st.newOffsets[i];
         }
     }
-    // 3.
-    if (rec.isuse != 0) {
-        st.reverseFlag = 1;
-        if (rec.mode == 0 && rec.valid == 1) {
-            for (int i = 0; i < 256; i++) {
-                st.appliedOffsets[i] = st.newOffsets[i];
-            }
-        }
-    }
-    // 4.
     st.pre_isuse = rec.isuse;
-    // 5.
     if (rec.mode != 1) {
         return false;
     }
-    // 6.
-    float W[256];
-    if (st.reverseFlag == 0) {
-        for (int i = 0; i < 256; i++) {
-            W[i] = g_v_hist[i];
-        }
-    } else {
-        for (int i = 0; i < 256; i++) {
-            W[i] = 0;
-        }
-        for (int i = 255; i >= 0; i--) {
-            long long j = (long long)i - st.appliedOffsets[i];
-            if (0 <= j && j <= 255) {
-                W[j] += g_v_hist[i];
-            }
+    // The scene as it was before the applied curve, from the highest level down.
+    float W[256] = {};
+    for (int i = 255; i >= 0; i--) {
+        const long long j = st.reverseFlag ? (long long)i - st.appliedOffsets[i] : i;
+        if (0 <= j && j <= 255) {
+            W[j] += g_v_hist[i];
         }
     }
-    // 7.
     const int N = 97344;
-    float S = 0;
+    float S = 0, V = 0;
     for (int i = 0; i < 256; i++) {
         S += i * W[i];
     }
-    int32_t mean = (int32_t)(S / N);
-    float V = 0;
     for (int i = 0; i < 256; i++) {
         V += (i - S / N) * (i - S / N) * W[i];
     }
     V = V / N;
-    int32_t stdDev = (int32_t)sqrtf(V);
-    for (int i = 0; i < 256; i++) {
-        if (W[i] == 0) {
-            W[i] = 1e-05f;
-        }
-    }
-    int32_t p1 = 0, p10 = 0, p50 = 0, p90 = 0, p99 = 0;
-    bool has1 = false, has10 = false, has50 = false, has90 = false, has99 = false;
+    const int32_t mean = (int32_t)(S / N), stdDev = (int32_t)sqrtf(V);
+    // Percentiles count whole pixels; one level sets at most one of them.
+    const double limits[5] = {973.44, 9734.4, 48672.0, 87609.6, 96370.56};
+    int32_t p[5] = {0, 0, 0, 0, 0};  // p1 p10 p50 p90 p99
+    bool has[5] = {false, false, false, false, false};
     int C = 0;
     for (int i = 0; i < 256; i++) {
         C += (int)W[i];
-        if (!has1 && (double)C >= 973.44) {
-            p1 = i;
-            has1 = true;
-        } else if (!has10 && (double)C >= 9734.4) {
-            p10 = i;
-            has10 = true;
-        } else if (!has50 && (double)C >= 48672.0) {
-            p50 = i;
-            has50 = true;
-        } else if (!has90 && (double)C >= 87609.6) {
-            p90 = i;
-            has90 = true;
-        } else if (!has99 && (double)C >= 96370.56) {
-            p99 = i;
-            has99 = true;
+        for (int k = 0; k < 5; k++) {
+            if (!has[k] && (double)C >= limits[k]) {
+                p[k] = i;
+                has[k] = true;
+                break;
+            }
         }
     }
-    // 8.
+    float min = 97344.0f, max = -1.0f;
     for (int i = 0; i < 256; i++) {
         g_v_hist[i] = g_v_hist[i] / 97344;
+        min = g_v_hist[i] < min ? g_v_hist[i] : min;
+        max = g_v_hist[i] > max ? g_v_hist[i] : max;
     }
-    float min = 97344.0f;
-    float max = -1.0f;
-    for (int i = 0; i < 256; i++) {
-        if (g_v_hist[i] < min) {
-            min = g_v_hist[i];
-        }
-        if (g_v_hist[i] > max) {
-            max = g_v_hist[i];
-        }
-    }
-    float range = max - min;
+    const float range = max - min;
     bool valid = false;
     if (!((double)range < 1e-10)) {
-        float P[256];
+        float P[256], Q[256], running = 0;
         for (int i = 0; i < 256; i++) {
-            float t = (g_v_hist[i] - min) / range;
-            if (t < 0) {
-                t = 0;
-            }
-            P[i] = sqrtf(t) * max;
+            const float t = (g_v_hist[i] - min) / range;
+            P[i] = sqrtf(t < 0 ? 0 : t) * max;
         }
-        float Q[256];
-        float running = 0;
         for (int i = 0; i < 256; i++) {
             running = running + P[i];
             Q[i] = running;
         }
+        const float w_max = (float)(rec.strength * 0.35 / 100);
         for (int i = 0; i < 256; i++) {
-            double power = pow(i / 255.0, (double)(1 - Q[i] / Q[255]));
-            rec.curve[i] = reference_truncate((float)(power * 255.0));
-        }
-        for (int i = 0; i < 20; i++) {
-            rec.curve[i] = i;
-        }
-        float w_max = (float)(rec.strength * 0.35 / 100);
-        for (int i = 20; i <= 255; i++) {
-            float w;
-            if (i <= 49) {
-                w = (i - 20) * w_max / 30;
-            } else {
-                w = w_max;
+            const double power = pow(i / 255.0, (double)(1 - Q[i] / Q[255]));
+            rec.curve[i] = i < 20 ? i : reference_truncate((float)(power * 255.0));
+            if (i >= 20) {
+                const float w = i <= 49 ? (i - 20) * w_max / 30 : w_max;
+                rec.curve[i] = reference_truncate(w * rec.curve[i] + (1 - w) * i);
             }
-            rec.curve[i] = reference_truncate(w * rec.curve[i] + (1 - w) * i);
         }
-        // 9.
         rec.mean = mean;
         rec.stdDev = stdDev;
-        rec.p50 = p50;
-        rec.p1 = p1;
-        rec.p99 = p99;
-        rec.p10 = p10;
-        rec.p90 = p90;
-        // 10.
-        if (mean >= 71 && mean <= 149 && stdDev >= 26 && stdDev <= 89 && p50 - mean >= -29 &&
-            p50 - mean <= 29 && p50 >= 51 && p50 <= 179 && p90 >= 131 && p90 <= 229) {
-            valid = p1 <= 79 && p10 >= 11 && p10 <= 119;
+        rec.p1 = p[0];
+        rec.p10 = p[1];
+        rec.p50 = p[2];
+        rec.p90 = p[3];
+        rec.p99 = p[4];
+        if (mean >= 71 && mean <= 149 && stdDev >= 26 && stdDev <= 89 && p[2] - mean >= -29 &&
+            p[2] - mean <= 29 && p[2] >= 51 && p[2] <= 179 && p[3] >= 131 && p[3] <= 229) {
+            valid = p[0] <= 79 && p[1] >= 11 && p[1] <= 119;
         } else {
-            valid = mean >= 151 && mean <= 169 && stdDev >= 26 && stdDev <= 59 && p50 - mean >= -24 &&
-                    p50 - mean <= 19 && p50 >= 51 && p50 <= 179 && p90 >= 131 && p90 <= 229 && p10 >= 11 &&
-                    p10 <= 119 && p1 <= 89;
+            valid = mean >= 151 && mean <= 169 && stdDev >= 26 && stdDev <= 59 && p[2] - mean >= -24 &&
+                    p[2] - mean <= 19 && p[2] >= 51 && p[2] <= 179 && p[3] >= 131 && p[3] <= 229 &&
+                    p[1] >= 11 && p[1] <= 119 && p[0] <= 89;
         }
         for (int i = 0; i < 256; i++) {
             st.newOffsets[i] = valid ? rec.curve[i] - i : 0;
         }
     }
-    // 11.
     rec.valid = valid ? 1 : 0;
     return true;
 }

@@ -3,24 +3,51 @@
 #ifndef FACEDET_TEST_IPC_ENV_H
 #define FACEDET_TEST_IPC_ENV_H
 
-#include <sys/types.h>
+#include <sys/ipc.h>
+#include <sys/shm.h>
+#include <unistd.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <functional>
 #include <string>
+#include <thread>
+
+#include "temp_dir.h"
+
+// The key of this process: process ids are below 2^22, so no two running test
+// processes share one, and none meets the daemon's 0x1123.
+inline key_t ipc_shm_key() {
+    return static_cast<key_t>(0x52000000 + (getpid() & 0x3fffff));
+}
 
 // Creates the folder and sets FACEDET_RUNTIME_DIR and FACEDET_SHM_KEY on the
 // first call; returns the folder. Call it before anything of the daemon.
-const std::string &ipc_runtime_dir();
-
-// The key set for this process (unique among running processes).
-key_t ipc_shm_key();
+inline const std::string &ipc_runtime_dir() {
+    static TempDir dir;  // removed at exit, after the last test
+    static const bool ready = setenv("FACEDET_RUNTIME_DIR", dir.path().c_str(), 1) == 0 &&
+                              setenv("FACEDET_SHM_KEY", std::to_string(ipc_shm_key()).c_str(), 1) == 0;
+    (void)ready;
+    return dir.path();
+}
 
 // Removes the segment of ipc_shm_key(), if any.
-void ipc_remove_segment();
+inline void ipc_remove_segment() {
+    const int id = shmget(ipc_shm_key(), 0, 0);
+    if (id >= 0) {
+        shmctl(id, IPC_RMID, nullptr);
+    }
+}
 
 // Polls `done` every millisecond until it holds (true) or `limit` passes (false).
-bool eventually(const std::function<bool()> &done,
-                std::chrono::milliseconds limit = std::chrono::seconds(10));
+inline bool eventually(const std::function<bool()> &done,
+                       std::chrono::milliseconds limit = std::chrono::seconds(10)) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    bool held;
+    while (!(held = done()) && std::chrono::steady_clock::now() <= end) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return held;
+}
 
 #endif

@@ -51,21 +51,3 @@ TEST(Rect, ExpandToPersonMeasuresFaceScalesAndClips) {
         EXPECT_EQ(rect_expand_to_person(c.face, c.side, c.above, c.below), c.person) << c.face.x;
     }
 }
-
-TEST(Rect, UnionsAndMergesPassOverEmptyRecords) {
-    EXPECT_EQ(rect_bounding_union({10, 20, 30, 40}, {100, 5, 10, 10}), (Rect_t{10, 5, 100, 55}));
-    EXPECT_EQ(rect_bounding_union({10, 20, 0, 40}, {100, 5, 10, 10}), (Rect_t{100, 5, 10, 10}));
-    EXPECT_EQ(rect_bounding_union({10, 20, 0, 40}, {100, 5, 10, 0}), (Rect_t{0, 0, 0, 0}));
-    // Least x, greatest y, least width, greatest height; only an all-zero record is passed over.
-    EXPECT_EQ(rect_merge({10, 20, 30, 40}, {5, 25, 50, 35}), (Rect_t{5, 25, 30, 40}));
-    EXPECT_EQ(rect_merge({5, 25, 50, 35}, {0, 0, 0, 0}), (Rect_t{5, 25, 50, 35}));
-    EXPECT_EQ(rect_merge({0, 0, 0, 5}, {5, 25, 50, 35}), (Rect_t{0, 25, 0, 35}));
-    // The list folds its last record with y and height into the accumulator.
-    Rect_t list[kRectListLength] = {{10, 20, 30, 40}, {5, 0, 50, 60}, {7, 30, 20, 10}, {1, 90, 1, 0}};
-    Rect_t acc = {2, 50, 100, 5};
-    rect_merge_list(list, acc);
-    EXPECT_EQ(acc, (Rect_t{2, 50, 20, 40}));
-    const Rect_t none[kRectListLength] = {};
-    rect_merge_list(none, acc);
-    EXPECT_EQ(acc, (Rect_t{2, 50, 20, 40}));
-}

@@ -114,49 +114,4 @@ TEST(ViscaDecode, RepliesByLength) {
         EXPECT_EQ(std::vector<int32_t>(reply.value, reply.value + reply.count), row.values)
             << row.packet.size() << " bytes";
     }
-    const Bytes plenty(40, 0x50);
-    for (int length : {-1, 0, 1, 2, 3, 6, 8, 9, 10, 13, 14, 15, 16, 32}) {
-        ViscaReply reply;
-        reply.count = 9;
-        EXPECT_EQ(decode_visca_reply(plenty.data(), length, &reply), 0) << length;
-        EXPECT_EQ(reply.count, 0) << length;
-    }
-}
-
-TEST(ViscaReplySlot, RepliesAreTracedByLengthAndTheFirstAfterAnInquiryIsKept) {
-    const std::string trace = "\n\n ---------------VISCA_Command_Receive ----------------- case ";
-    const struct {
-        Bytes packet;
-        std::string trace;
-        int32_t first;  // -7: the slot stays empty
-    } cases[] = {
-        {{0x90, 0x50, 0x02, 0xFF}, trace + "4 \n", 2},
-        {{0x90, 0x50, 0x0A, 0x05, 0xFF}, trace + "5 \n", 5},
-        {{0x90, 0x50, 0x01, 0x02, 0x03, 0x04, 0xFF}, trace + "7 zoom \n", 0x1234},
-        {{0x90, 0x50, 0x00, 0x00, 0x0F, 0x0F, 0x00, 0x00, 0x00, 0x01, 0xFF}, trace + "11 pt \n", 0xFF},
-        {{0x90, 0x50, 0, 0, 0, 0x01, 0x02, 0x03, 0, 0, 0, 0xFF}, "", 1},  // decoded without a trace
-        {{0x90, 0x41, 0x02, 0xFF}, "", -7},
-        {{0x90, 0x41, 0xFF}, "", -7},
-        {{0x90, 0x50, 0x01, 0x02, 0x03, 0x04, 0x05, 0xFF}, "", -7},
-        {Bytes(13, 0x50), "", -7},
-        {{}, "", -7},
-    };
-    for (const auto &c : cases) {
-        g_receiveFlag = 0;
-        g_receiveData[0] = -7;
-        OutputCapture out;
-        VISCA_Command_Receive(c.packet.data(), static_cast<uint8_t>(c.packet.size()));
-        EXPECT_EQ(out.finish(), c.trace) << "length " << c.packet.size();
-        EXPECT_EQ(g_receiveFlag.load(), c.first != -7 ? 1 : 0) << "length " << c.packet.size();
-        EXPECT_EQ(g_receiveData[0].load(), c.first) << "length " << c.packet.size();
-    }
-    // A second reply finds the slot taken.
-    const Bytes first = {0x90, 0x50, 0x02, 0xFF};
-    const Bytes panTilt = {0x90, 0x50, 0x0F, 0x0F, 0x03, 0x08, 0x00, 0x01, 0x00, 0x00, 0xFF};
-    OutputCapture out;
-    VISCA_Command_Receive(first.data(), static_cast<uint8_t>(first.size()));
-    VISCA_Command_Receive(panTilt.data(), static_cast<uint8_t>(panTilt.size()));
-    EXPECT_EQ(out.finish(), trace + "4 \n" + trace + "11 pt \n");
-    EXPECT_EQ(g_receiveData[0].load(), 2);
-    g_receiveFlag = 0;
 }

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <fstream>
+#include <numeric>
 #include <string>
 #include <vector>
 
@@ -23,39 +24,37 @@ namespace {
 const std::string kShared = FACEDET_SHARED_DIR;
 constexpr int kWidth = 416, kHeight = 234;
 
+// Every fourth labelled photo (lines "name width height faces folder") and a
+// frame every twelve of two scenes with people, scaled to the stream size.
 std::vector<cv::Mat> parity_frames() {
-    std::vector<cv::Mat> frames;
-    auto add = [&](const cv::Mat &picture) {
-        if (!picture.empty()) {
-            cv::Mat frame;
-            cv::resize(picture, frame, cv::Size(kWidth, kHeight));
-            frames.push_back(frame);
-        }
-    };
-    // Every fourth labelled photo (lines "name width height faces folder").
+    std::vector<cv::Mat> pictures, frames;
     std::ifstream list(kShared + "/data/faces/images.txt");
     std::string line;
     for (int i = 0; std::getline(list, line); ++i) {
         if (i % 4 == 0) {
-            add(cv::imread(kShared + "/data/faces/images/" + line.substr(0, line.find(' '))));
+            pictures.push_back(cv::imread(kShared + "/data/faces/images/" + line.substr(0, line.find(' '))));
         }
     }
-    // A frame every twelve of two scenes with people.
     for (const char *video : {"meeting_room_four_seated.mp4", "two_people_walking_toward_camera.mp4"}) {
         cv::VideoCapture capture(kShared + "/data/videos/" + video);
         cv::Mat picture;
         for (int i = 0; capture.read(picture); ++i) {
-            if (i % 12 == 0) {
-                add(picture);
-            }
+            i % 12 == 0 ? pictures.push_back(picture.clone()) : void();
+        }
+    }
+    for (const cv::Mat &picture : pictures) {
+        if (!picture.empty()) {
+            cv::resize(picture, frames.emplace_back(), cv::Size(kWidth, kHeight));
         }
     }
     return frames;
 }
 
+// The face probability of every prior, and the faces after decoding and
+// suppression as the detector finds them.
 struct EngineRun {
-    std::vector<float> faceScores;  // the face probability of every prior
-    std::vector<FaceBox> faces;     // after decoding and suppression, as the detector does
+    std::vector<float> faceScores;
+    std::vector<FaceBox> faces, candidates;
 };
 
 EngineRun run_engine(InferenceEngine &engine, const cv::Mat &frame, const std::vector<Prior> &priors) {
@@ -66,11 +65,10 @@ EngineRun run_engine(InferenceEngine &engine, const cv::Mat &frame, const std::v
     for (size_t n = 0; n < priors.size() && 2 * n + 1 < outputs.scoreCount; ++n) {
         r.faceScores.push_back(outputs.scores[2 * n + 1]);
     }
-    std::vector<FaceBox> candidates;
     decode_boxes(outputs.scores, outputs.scoreCount, outputs.boxes, outputs.boxCount, priors,
                  static_cast<int32_t>(priors.size()), DecodeParams{0.65f, 0.1f, 0.2f, kWidth, kHeight},
-                 candidates);
-    non_maximum_suppression(candidates, r.faces, BLENDING_NMS, 0.3f);
+                 r.candidates);
+    non_maximum_suppression(r.candidates, r.faces, BLENDING_NMS, 0.3f);
     return r;
 }
 
@@ -124,11 +122,7 @@ TEST(EngineParity, BigFacesAreFoundByBothAndScoresStayWithinTheQuantisationBound
         }
     }
     std::sort(diffs.begin(), diffs.end());
-    double sum = 0;
-    for (float d : diffs) {
-        sum += d;
-    }
-    const double meanDiff = sum / double(diffs.size());
+    const double meanDiff = std::accumulate(diffs.begin(), diffs.end(), 0.0) / double(diffs.size());
     auto quantile = [&](double q) { return diffs[static_cast<size_t>(q * double(diffs.size() - 1))]; };
     printf(
         "%zu frames, %zu priors: face score |int8 - float| mean %.5f, 99%% %.4f, 99.9%% %.4f, max %.3f; "
@@ -137,17 +131,11 @@ TEST(EngineParity, BigFacesAreFoundByBothAndScoresStayWithinTheQuantisationBound
         bigFaces);
     EXPECT_GT(bigFaces, 40u);
     EXPECT_EQ(bigUnmatched, 0u);
-    // Measured: mean 0.0022, 99 % of the priors within 0.025, 99.9 % within
-    // 0.30, the largest 0.84. The background priors (nearly all) agree to
-    // the quantisation step; the differences are on the priors around faces,
-    // where the int8 network scores lower (0.86 against 0.996 on one photo's
-    // best prior). The bounds are twice the measured mean and 99th
-    // percentile. The network itself shrugs off a swapped channel order or a
-    // doubled contrast in one engine (tried: both stay within the bounds and
-    // match every big face); what fails here is one engine running another
-    // network, a scrambled input layout or outputs out of prior order. The
-    // tail is not bounded: it is what makes the int8 network find fewer small
-    // faces.
+    // Measured: mean 0.0022, 99 % of the priors within 0.025 (the bounds are
+    // twice that). The differences are on the priors around faces, where the
+    // int8 network scores lower. A swapped channel order or doubled contrast
+    // in one engine stays within the bounds; another network, a scrambled
+    // input layout or outputs out of prior order do not.
     EXPECT_LT(meanDiff, 0.005);
     EXPECT_LT(quantile(0.99), 0.05);
 }

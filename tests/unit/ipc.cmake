@@ -1,9 +1,0 @@
-# Camera control and inter-process communication: endpoints, VISCA, shared memory.
-add_library(facedet_ipc_test_support STATIC ipc_test_env.cpp)
-target_include_directories(facedet_ipc_test_support PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
-target_link_libraries(facedet_ipc_test_support PUBLIC facedet_test_support Threads::Threads PRIVATE facedet_warnings)
-
-facedet_unit_test(visca_codec_test SOURCES visca_codec_test.cpp LIBS facedet_core)
-facedet_unit_test(net_endpoints_test SOURCES net_endpoints_test.cpp LIBS facedet_core facedet_ipc_test_support)
-facedet_unit_test(share_memory_test SOURCES share_memory_test.cpp LIBS facedet_core facedet_ipc_test_support)
-facedet_unit_test(camera_sim_model_test SOURCES camera_sim_model_test.cpp LIBS camera_sim_core)
