@@ -182,4 +182,3 @@ TEST(ReplayTruth, ScenarioIsScoredOnTheVideosTimeline) {
     }
 }
 #endif
-}
