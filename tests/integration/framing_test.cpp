@@ -9,7 +9,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
 #include <iterator>
 #include <memory>
 #include <sstream>
@@ -19,6 +18,7 @@
 
 #include "daemon_fixture.h"
 #include "detector/inference_engine.h"
+#include "detector/nms.h"
 #include "detector/slim_face_detector.h"
 #include "scenario_clip.h"
 
@@ -58,27 +58,11 @@ bool value_after(const std::string &line, const std::string &key, int *value) {
     return true;
 }
 
-// Nibble-encoded 16-bit value: four bytes 0n, high nibble first.
-int nibbles(const std::vector<int> &bytes, size_t first) {
-    int v = 0;
-    for (size_t i = first; i < first + 4; ++i) {
-        v = (v << 4) | (bytes[i] & 0x0f);
-    }
-    return static_cast<int16_t>(v);
-}
-
-std::vector<int> hex_bytes(const std::string &line) {
-    std::vector<int> bytes;
-    const std::string key = "\"bytes\":\"";
-    size_t at = line.find(key);
-    if (at == std::string::npos) {
-        return bytes;
-    }
-    std::istringstream in(line.substr(at + key.size(), line.find('"', at + key.size()) - at - key.size()));
-    for (std::string b; in >> b;) {
-        bytes.push_back(static_cast<int>(strtol(b.c_str(), nullptr, 16)));
-    }
-    return bytes;
+// The signed 16-bit value of the four nibble bytes ("0p 0q 0r 0s") at text.
+int nibbles(const char *text) {
+    unsigned b[4] = {};
+    sscanf(text, "%x %x %x %x", &b[0], &b[1], &b[2], &b[3]);
+    return static_cast<int16_t>((b[0] & 15) << 12 | (b[1] & 15) << 8 | (b[2] & 15) << 4 | (b[3] & 15));
 }
 
 // The frames of a daemon's output, in order; only frames that reached the
@@ -135,17 +119,15 @@ std::vector<Ptz> received_moves(const std::string &simLog, int *unpaired) {
         if (line.find("\"event\":\"rx\"") == std::string::npos) {
             continue;
         }
-        const std::vector<int> bytes = hex_bytes(line);
-        if (line.find("\"name\":\"zoom_absolute\"") != std::string::npos && bytes.size() == 9) {
+        // Byte i of the packet is at 3 * i in its hex text.
+        const char *bytes = line.c_str() + line.find("\"bytes\":\"") + 9;
+        if (line.find("\"name\":\"zoom_absolute\"") != std::string::npos) {
             *unpaired += zoomPending ? 1 : 0;
             zoomPending = true;
-            zoom = nibbles(bytes, 4);
-        } else if (line.find("\"name\":\"pan_tilt_absolute\"") != std::string::npos && bytes.size() == 15) {
-            if (zoomPending) {
-                moves.push_back({nibbles(bytes, 6), nibbles(bytes, 10), zoom});
-            } else {
-                ++*unpaired;
-            }
+            zoom = nibbles(bytes + 12);
+        } else if (line.find("\"name\":\"pan_tilt_absolute\"") != std::string::npos) {
+            zoomPending ? moves.push_back({nibbles(bytes + 18), nibbles(bytes + 30), zoom})
+                        : (void)++*unpaired;
             zoomPending = false;
         }
     }
@@ -210,31 +192,11 @@ bool frames_face(const Ptz &move, const scenario::FaceTruth &face, std::string *
     return ok;
 }
 
-// Polls `done` every 20 ms until it holds (true) or `limit` is up (false).
-bool wait_until(const std::function<bool()> &done, std::chrono::milliseconds limit) {
-    const auto end = std::chrono::steady_clock::now() + limit;
-    while (!done()) {
-        if (std::chrono::steady_clock::now() >= end) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return true;
-}
-
 const std::string kShared = FACEDET_SHARED_DIR;
 // A dance floor: 29 faces for the detector, 11 of them big enough for auto framing.
 const std::string kCrowdPhoto = kShared + "/data/faces/images/4_Dancing_Dancing_4_489.jpg";
 constexpr auto kRunLimit = std::chrono::seconds(120);
 constexpr int kWarmUpFrames = 9;  // the daemon analyses from the tenth frame on
-
-std::unique_ptr<ChildProcess> run_program(const char *program, std::vector<std::string> args,
-                                          const std::string &workDir) {
-    ChildProcess::Options options;
-    options.args = std::move(args);
-    options.workDir = workDir;
-    return std::make_unique<ChildProcess>(program, options);
-}
 
 // The face of `person` on source frame `frame`, if it was visible.
 const scenario::FaceTruth *face_of(const scenario::Clip &clip, int frame, int person) {
@@ -271,18 +233,17 @@ class FramingRun : public DaemonTest {
     void start_sim() {
         simLog_ = dir_.file("camera_sim.jsonl");
         // The camera moves on the clip's time, which the lockstep platform publishes.
-        sim_ = run_program(
-            CAMERA_SIM_BIN,
-            {"--runtime-dir", dir_.path(), "--log", simLog_, "--clock", dir_.file("source_clock")},
-            dir_.path());
+        sim_ = spawn(CAMERA_SIM_BIN,
+                     {"--runtime-dir", dir_.path(), "--log", simLog_, "--clock", dir_.file("source_clock")},
+                     dir_.path());
         ASSERT_TRUE(sim_->wait_for_output("camera_sim: listening on", 20s)) << sim_->err();
     }
 
     // Sends a control word; the daemon's socket appears a moment after start.
     bool ctl(const std::string &word) {
-        return wait_until(
+        return eventually(
             [&] {
-                return run_program(FACEDET_CTL_BIN, {"--runtime-dir", dir_.path(), word}, dir_.path())
+                return spawn(FACEDET_CTL_BIN, {"--runtime-dir", dir_.path(), word}, dir_.path())
                            ->wait_exit(20s) == 0;
             },
             20s);
@@ -323,7 +284,7 @@ class FramingRun : public DaemonTest {
 
     // camera_sim has taken everything the daemon sent; then it is stopped.
     void stop_sim(size_t sent) {
-        EXPECT_TRUE(wait_until([&] { return received_pan_tilts() >= sent; }, 20s))
+        EXPECT_TRUE(eventually([&] { return received_pan_tilts() >= sent; }, 20s))
             << received_pan_tilts() << " of " << sent;
         sim_->signal(SIGTERM);
         EXPECT_EQ(sim_->wait_exit(20s), 0);
@@ -380,16 +341,6 @@ class FramingRun : public DaemonTest {
             }
         }
         EXPECT_EQ(next, traced.size()) << "traced moves the camera never received";
-    }
-
-    // Each move frames the person on the frame it was decided on.
-    void expect_moves_frame(const std::vector<FrameTrace> &moves, int person) {
-        for (const FrameTrace &m : moves) {
-            const scenario::FaceTruth *face = face_of(clip_, m.frameNumber - 1, person);
-            ASSERT_NE(face, nullptr) << "move on frame " << m.frameNumber - 1 << " without person " << person;
-            std::string why;
-            EXPECT_TRUE(frames_face(m.move, *face, &why)) << why;
-        }
     }
 
     std::string engine_;
@@ -449,15 +400,10 @@ TEST(ScenarioClip, DetectorFindsEveryPersonWhereTheTruthSaysAndNothingElse) {
                 for (size_t i = 0; i < n; ++i) {
                     const bool isWhole = faces[i].x > 0 && faces[i].x + faces[i].w < scenario::kClipWidth;
                     whole += isWhole;
+                    const FaceBox truth = {float(faces[i].x), float(faces[i].y),
+                                           float(faces[i].x + faces[i].w), float(faces[i].y + faces[i].h), 1};
                     for (size_t b = 0; b < boxes.size(); ++b) {
-                        const double ix = std::min<double>(boxes[b].x2, faces[i].x + faces[i].w) -
-                                          std::max<double>(boxes[b].x1, faces[i].x);
-                        const double iy = std::min<double>(boxes[b].y2, faces[i].y + faces[i].h) -
-                                          std::max<double>(boxes[b].y1, faces[i].y);
-                        const double inter = ix > 0 && iy > 0 ? ix * iy : 0;
-                        const double uni = (boxes[b].x2 - boxes[b].x1) * (boxes[b].y2 - boxes[b].y1) +
-                                           faces[i].w * faces[i].h - inter;
-                        if (!used[b] && inter / uni >= 0.4) {
+                        if (!used[b] && face_box_iou(truth, face_box_area(truth), boxes[b]) >= 0.4) {
                             used[b] = true;
                             found += isWhole;
                             break;
@@ -511,10 +457,10 @@ TEST(ScenarioClip, ToolWritesTheLibrarysClipAndTruthAndRefusesBadArguments) {
     scenario::Clip clip;
     std::string error;
     ASSERT_TRUE(scenario::build_clip("two_crossing", 24, kShared, &clip, &error)) << error;
-    auto tool = run_program(SCENARIO_CLIP_BIN,
-                            {"--scenario", "two_crossing", "--frames", "24", "--out", dir.file("a.nv12"),
-                             "--truth", dir.file("a.csv"), "--shared", kShared},
-                            dir.path());
+    auto tool = spawn(SCENARIO_CLIP_BIN,
+                      {"--scenario", "two_crossing", "--frames", "24", "--out", dir.file("a.nv12"), "--truth",
+                       dir.file("a.csv"), "--shared", kShared},
+                      dir.path());
     ASSERT_EQ(tool->wait_exit(60s), 0) << tool->err();
     const std::string bytes = read_file(dir.file("a.nv12"));
     EXPECT_EQ(bytes.size(), 24 * scenario::kClipFrameBytes);
@@ -530,7 +476,7 @@ TEST(ScenarioClip, ToolWritesTheLibrarysClipAndTruthAndRefusesBadArguments) {
          {std::pair<std::vector<std::string>, std::string>{{"--scenario", "nobody", "--out", dir.file("x")},
                                                            "unknown scenario 'nobody'"},
           {{"--scenario", "enter", "--out", dir.file("x"), "--shared", dir.path()}, "cannot read"}}) {
-        auto bad = run_program(SCENARIO_CLIP_BIN, args, dir.path());
+        auto bad = spawn(SCENARIO_CLIP_BIN, args, dir.path());
         EXPECT_EQ(bad->wait_exit(60s), 1) << message;
         EXPECT_NE(bad->err().find(message), std::string::npos) << bad->err();
     }
@@ -606,8 +552,8 @@ TEST_F(FramingRun, StopOffAndRunSwitchTheDaemon) {
 
     // Stopped from the start: the full view on every analysed pass.
     ASSERT_TRUE(daemon->wait_for_output("--------------frameNumber = 13-", kRunLimit)) << daemon->out();
-    ASSERT_TRUE(wait_until([&] { return count_of(daemon->out(), "stop Auto_Frame detect!") >= 3; }, 30s));
-    EXPECT_TRUE(wait_until([&] { return fullViews() >= 3; }, 20s)) << sim_log();
+    ASSERT_TRUE(eventually([&] { return count_of(daemon->out(), "stop Auto_Frame detect!") >= 3; }, 30s));
+    EXPECT_TRUE(eventually([&] { return fullViews() >= 3; }, 20s)) << sim_log();
     EXPECT_EQ(count_of(daemon->out(), "panPoint = "), 0u);
 
     // Running: the person coming in is framed.
@@ -628,12 +574,12 @@ TEST_F(FramingRun, StopOffAndRunSwitchTheDaemon) {
 
     // Running again: frames are taken again.
     ASSERT_TRUE(ctl("run"));
-    EXPECT_TRUE(wait_until([&] { return taken() > takenWhenOff + 20; }, kRunLimit));
+    EXPECT_TRUE(eventually([&] { return taken() > takenWhenOff + 20; }, kRunLimit));
 
     // Stopped again: the full view, pass after pass.
     const auto before = fullViews();
     ASSERT_TRUE(ctl("stop"));
-    EXPECT_TRUE(wait_until([&] { return fullViews() >= before + 3; }, 30s)) << sim_log();
+    EXPECT_TRUE(eventually([&] { return fullViews() >= before + 3; }, 30s)) << sim_log();
 
     stop_daemon_and_sim(*daemon);
 }

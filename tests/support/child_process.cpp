@@ -75,14 +75,7 @@ std::string ChildProcess::err() const {
 }
 
 bool ChildProcess::wait_for_output(const std::string &text, std::chrono::milliseconds timeout) const {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (out().find(text) == std::string::npos) {
-        if (std::chrono::steady_clock::now() >= deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    return true;
+    return eventually([&] { return out().find(text) != std::string::npos; }, timeout);
 }
 
 void ChildProcess::signal(int sig) const {
@@ -106,6 +99,15 @@ std::unique_ptr<ChildProcess> spawn(const std::string &program, std::vector<std:
                                     const std::string &workDir, std::map<std::string, std::string> env) {
     return std::make_unique<ChildProcess>(
         program, ChildProcess::Options{std::move(args), std::move(env), {}, workDir});
+}
+
+bool eventually(const std::function<bool()> &done, std::chrono::milliseconds limit) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    bool held;
+    while (!(held = done()) && std::chrono::steady_clock::now() <= end) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return held;
 }
 
 size_t count_of(const std::string &haystack, const std::string &needle) {

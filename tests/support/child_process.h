@@ -6,6 +6,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -45,6 +46,10 @@ class ChildProcess {
 // `program` with `args` in `workDir`, in the parent's environment plus `env`.
 std::unique_ptr<ChildProcess> spawn(const std::string &program, std::vector<std::string> args,
                                     const std::string &workDir, std::map<std::string, std::string> env = {});
+
+// Polls `done` every 10 ms until it holds (true) or `limit` passes (false).
+bool eventually(const std::function<bool()> &done,
+                std::chrono::milliseconds limit = std::chrono::seconds(10));
 
 // Number of times `needle` occurs in `haystack`.
 size_t count_of(const std::string &haystack, const std::string &needle);

@@ -7,12 +7,10 @@
 #include <sys/shm.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdlib>
-#include <functional>
 #include <string>
-#include <thread>
 
+#include "child_process.h"
 #include "temp_dir.h"
 
 // The key of this process: process ids are below 2^22, so no two running test
@@ -37,17 +35,6 @@ inline void ipc_remove_segment() {
     if (id >= 0) {
         shmctl(id, IPC_RMID, nullptr);
     }
-}
-
-// Polls `done` every millisecond until it holds (true) or `limit` passes (false).
-inline bool eventually(const std::function<bool()> &done,
-                       std::chrono::milliseconds limit = std::chrono::seconds(10)) {
-    const auto end = std::chrono::steady_clock::now() + limit;
-    bool held;
-    while (!(held = done()) && std::chrono::steady_clock::now() <= end) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return held;
 }
 
 #endif
