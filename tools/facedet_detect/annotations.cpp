@@ -10,55 +10,57 @@ std::string face_key(const std::string &image, int x, int y, int w, int h) {
     return key.str();
 }
 
-std::string line_error(const std::string &name, int lineNo, const char *expected) {
-    return name + ":" + std::to_string(lineNo) + ": expected '" + expected + "'";
+// Hands every non-empty line to `parse`; the first line it refuses ends the
+// reading with an error naming the file, the line and the fields expected.
+template <typename Parse>
+bool for_each_line(std::istream &in, const std::string &name, const char *expected, std::string *error,
+                   Parse parse) {
+    std::string line;
+    for (int lineNo = 1; std::getline(in, line); ++lineNo) {
+        std::istringstream fields(line);
+        if (!line.empty() && !parse(fields)) {
+            *error = name + ":" + std::to_string(lineNo) + ": expected '" + expected + "'";
+            return false;
+        }
+    }
+    return true;
 }
 
 }  // namespace
 
 bool read_annotations(std::istream &in, const std::string &name, AnnotatedFaces &faces,
                       std::vector<std::string> &order, std::string *error) {
-    std::string line;
-    int lineNo = 0;
-    while (std::getline(in, line)) {
-        ++lineNo;
-        if (line.empty()) {
-            continue;
-        }
-        std::istringstream fields(line);
+    return for_each_line(in, name, "image x y w h", error, [&](std::istringstream &fields) {
         std::string image;
         int x, y, w, h;
         if (!(fields >> image >> x >> y >> w >> h)) {
-            *error = line_error(name, lineNo, "image x y w h");
             return false;
         }
         if (faces.find(image) == faces.end()) {
             order.push_back(image);
         }
         faces[image].push_back({{double(x), double(y), double(w), double(h)}, false});
-    }
-    return true;
+        return true;
+    });
 }
 
 bool apply_attributes(std::istream &in, const std::string &name, AnnotatedFaces &faces, std::string *error) {
     std::map<std::string, int> invalidKeys;
-    std::string line;
-    int lineNo = 0;
-    while (std::getline(in, line)) {
-        ++lineNo;
-        if (line.empty()) {
-            continue;
-        }
-        std::istringstream fields(line);
-        std::string image;
-        int x, y, w, h, blur, expression, illumination, invalid;
-        if (!(fields >> image >> x >> y >> w >> h >> blur >> expression >> illumination >> invalid)) {
-            *error = line_error(name, lineNo, "image x y w h blur expression illumination invalid ...");
-            return false;
-        }
-        if (invalid != 0) {
-            ++invalidKeys[face_key(image, x, y, w, h)];
-        }
+    const bool read = for_each_line(
+        in, name, "image x y w h blur expression illumination invalid ...", error,
+        [&](std::istringstream &fields) {
+            std::string image;
+            int x, y, w, h, blur, expression, illumination, invalid;
+            if (!(fields >> image >> x >> y >> w >> h >> blur >> expression >> illumination >> invalid)) {
+                return false;
+            }
+            if (invalid != 0) {
+                ++invalidKeys[face_key(image, x, y, w, h)];
+            }
+            return true;
+        });
+    if (!read) {
+        return false;
     }
     for (auto &entry : faces) {
         for (AnnotatedFace &face : entry.second) {
