@@ -473,8 +473,6 @@ TEST(ScenarioClip, ToolWritesTheLibrarysClipAndTruth) {
     EXPECT_EQ(read_file(dir.file("a.csv")), csv);
     EXPECT_NE(csv.find(",1,"), std::string::npos);  // both people are in the truth
 }
-    EXPECT_FALSE(file_exists(dir.file("x")));
-}
 
 // Every scenario: each move frames one of the clip's people on the frame it
 // was decided on (never a point between two), and the full view goes out,
