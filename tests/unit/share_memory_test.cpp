@@ -1,5 +1,5 @@
-// The shared-memory track map: the lock's deadline arithmetic, and the
-// segment as the peer process sees it through its own attachment.
+// The shared-memory track map: the key setting, the lock's deadline arithmetic,
+// and the segment as the peer process sees it through its own attachment.
 #include <sys/ipc.h>
 #include <sys/shm.h>
 
@@ -13,6 +13,22 @@
 #include "output_capture.h"
 #include "share_memory/share_memory.h"
 #include "share_memory/shm_lock.h"
+
+TEST(ShmKey, ParsesDecimalAndHexOnly) {
+    const std::pair<const char *, key_t> good[] = {
+        {"0x1123", 0x1123}, {"4387", 4387}, {"0X7fff0001", 0x7fff0001}, {"010", 10}};  // decimal, not octal
+    for (const auto &[text, expected] : good) {
+        key_t key = 0;
+        EXPECT_TRUE(parse_shm_key(text, &key)) << text;
+        EXPECT_EQ(key, expected) << text;
+    }
+    key_t key = 77;
+    for (const char *bad :
+         {"", "abc", "0x", "12z", " 12", "0x1g", "99999999999", static_cast<const char *>(nullptr)}) {
+        EXPECT_FALSE(parse_shm_key(bad, &key)) << (bad ? bad : "null");
+    }
+    EXPECT_EQ(key, 77);
+}
 
 TEST(TrackMapDeadline, AddsThreeMillisecondsAndCarries) {
     // The carry subtracts 997000000 from the nanoseconds as read.
