@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include "autoframe_test_util.h"
 #include "faceDet/box_filter.h"
 #include "faceDet/get_stream_thread.h"
 #include "faceDet/luma_histogram.h"

@@ -1,18 +1,66 @@
-// The pan/tilt/zoom move decision: framing, bands, persistence limits, the
-// two threshold sets, the no-face timeout and the trace texts.
+// Auto framing: the rectangle geometry with the integer behaviour each
+// operation keeps on purpose; target selection (first acquisition by nearness,
+// re-identification by the weighted score, the console and trace lines); the
+// pan/tilt/zoom move decision (framing, bands, persistence limits, the two
+// threshold sets, the no-face timeout and the trace texts).
+#include <algorithm>
+#include <ostream>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "autoframe_test_util.h"
 #include "faceDet/move_decision.h"
+#include "faceDet/rect.h"
+#include "faceDet/target_selection.h"
 #include "output_capture.h"
+
+// gtest prints Rect_t through this when a comparison fails.
+void PrintTo(const Rect_t &r, std::ostream *os) {
+    *os << "[" << r.x << ", " << r.y << ", " << r.width << ", " << r.height << "]";
+}
 
 namespace {
 
-// The camera last sent to a framing of width p centred at (x, y), judged at
-// rest.
+// The messages of the INFO lines of the console log in captured output, in
+// order, without time stamp, colour and source.
+std::vector<std::string> info_messages(const std::string &out) {
+    std::vector<std::string> messages;
+    const std::string tag = "[INFO] [faceDet: ";
+    size_t pos = 0;
+    while ((pos = out.find(tag, pos)) != std::string::npos) {
+        const size_t start = out.find("] ", pos + tag.size()) + 2;
+        const size_t end = out.find("\n\033[0m", start);
+        messages.push_back(out.substr(start, end - start));
+        pos = end;
+    }
+    return messages;
+}
+
+bool has(const std::vector<std::string> &messages, const std::string &text) {
+    return std::find(messages.begin(), messages.end(), text) != messages.end();
+}
+
+// Runs one selection and returns what it printed.
+std::string select(TargetSelectionState &s, const std::vector<Rect_t> &faces,
+                   const std::vector<double> &scores) {
+    OutputCapture capture;
+    select_target(s, faces, scores.data());
+    return capture.finish();
+}
+
+// A state that follows the person grown from the 100x100 face at (900, 400),
+// scored 0.8: person rectangle [800, 340, 300, 285].
+TargetSelectionState following_centre_face() {
+    TargetSelectionState s;
+    s.targetLost = false;
+    s.personCenterRect = {800, 340, 300, 285};
+    s.targetReferenceScore = 0.8f;
+    s.targetReferenceArea = 10000.0f;
+    return s;
+}
+
+// The camera last sent to a framing of width p centred at (x, y), judged at rest.
 MoveDecisionState sent_to(int32_t p, int32_t x, int32_t y) {
     MoveDecisionState s;
     s.prev_width = p;
@@ -46,6 +94,123 @@ Outcome frame_with(MoveDecisionState &s, TargetSelectionState &sel, const Rect_t
 }
 
 }  // namespace
+
+TEST(Rect, AreasKeepTheirIntegerBehaviour) {
+    const Rect_t a = {0, 0, 100, 100};
+    struct Case {
+        Rect_t other;
+        int32_t intersection, overlap, unionArea;
+    } cases[] = {
+        {{50, 60, 100, 100}, 2000, 2000, 18000}, {{10, 10, 20, 20}, 400, 400, 10000},  // contained
+        {{101, 0, 100, 100}, 0, 0, 20000},                                             // apart
+        {{100, 0, 100, 100}, 0, 0, 20000},                                             // touching
+        {{0, 0, 100, 0}, 0, 0, 10000},                                                 // zero side
+        {{5, 5, -3, 10}, 30, -30, 10000},  // a negative side counts by its size, the overlap keeps the sign
+    };
+    for (const Case &c : cases) {
+        EXPECT_EQ(rect_intersection_area(a, c.other), c.intersection) << c.other.x;
+        EXPECT_EQ(rect_overlap_area(a, c.other), c.overlap) << c.other.x;
+        EXPECT_EQ(rect_union_area(a, c.other), c.unionArea) << c.other.x;
+    }
+    EXPECT_EQ(rect_area({0, 0, -30, 20}), -600);
+    // The integer quotient is 0 unless identical.
+    EXPECT_EQ(rect_iou(a, a), 1.0f);
+    EXPECT_EQ(rect_iou(a, {1, 0, 100, 100}), 0.0f);
+    EXPECT_EQ(rect_iou({0, 0, 0, 0}, {0, 0, 0, 0}), 0.0f);
+}
+
+TEST(Rect, ExpandToPersonMeasuresFaceScalesAndClips) {
+    struct Case {
+        Rect_t face;
+        float side, above, below;
+        Rect_t person;
+    } cases[] = {
+        // 100 / 120 is 0 in integers: size the mean 110; three sizes wide, 2.85 tall, 0.6 above.
+        {{500, 300, 100, 120}, 1.0f, 0.6f, 1.25f, {390, 234, 330, 313}},
+        {{500, 300, 120, 100}, 1.0f, 0.6f, 1.25f, {380, 228, 360, 342}},  // wide: by the width
+        {{500, 300, 199, 100}, 1.0f, 0.6f, 1.25f, {301, 180, 597, 567}},  // still divides to 1
+        {{500, 300, 100, 0}, 1.0f, 0.6f, 1.25f, {450, 270, 150, 142}},    // height 0: the mean
+        {{20, 300, 100, 100}, 1.0f, 0.6f, 1.25f, {0, 240, 220, 285}},     // clipped at each edge,
+        {{1850, 300, 60, 60}, 1.0f, 0.6f, 1.25f, {1790, 264, 129, 171}},  // one pixel inside right
+        {{900, 20, 100, 100}, 1.0f, 0.6f, 1.25f, {800, 0, 300, 245}},
+        {{900, 1000, 100, 100}, 1.0f, 0.6f, 1.25f, {800, 940, 300, 139}},   // and bottom
+        {{1720, 300, 100, 100}, 1.0f, 0.6f, 1.25f, {1620, 240, 299, 285}},  // reaching 1920 exactly
+        {{500, 300, 100, 100}, 0.5f, 1.0f, 2.0f, {450, 200, 200, 400}},
+    };
+    for (const Case &c : cases) {
+        EXPECT_EQ(rect_expand_to_person(c.face, c.side, c.above, c.below), c.person) << c.face.x;
+    }
+}
+
+TEST(TargetSelection, FirstAcquisitionOfTwoEquallyNearFacesTakesTheLowerIndexAndTracesEveryStep) {
+    TargetSelectionState s;  // target lost, as at thread start
+    const std::vector<double> scores(kMaxFaces, 0.9);
+    // Both centres are 150 pixels from (960, 540): right one first.
+    const std::string out = select(s, {{1060, 490, 100, 100}, {760, 490, 100, 100}}, scores);
+    EXPECT_EQ(out.rfind("/n/n/n ***************** faceNum = 2 ************ ", 0), 0u);
+    EXPECT_EQ(s.person[0], (Rect_t{960, 430, 300, 285}));
+    EXPECT_EQ(s.person[1], (Rect_t{660, 430, 300, 285}));
+    EXPECT_EQ(s.personCenterRect, (Rect_t{960, 430, 300, 285}));
+    EXPECT_EQ(s.targetReferenceScore, 0.9f);
+    EXPECT_EQ(s.targetReferenceArea, 10000.0f);
+    // The persons touch at x = 960 without overlapping: face 1 scores 0.3 + 0.5.
+    const std::vector<std::string> want = {
+        "********** faceNum=2 **************",
+        "********** face_distance[0]=150 **************",
+        "**************** person[0] [960, 430, 300, 285] *****************",
+        "********** face_distance[1]=150 **************",
+        "**************** person[1] [660, 430, 300, 285] *****************",
+        "**************** face_distance_min_id = 0 *****************",
+        "**************** person[face_distance_min_id].rect [960, 430, 300, 285] *****************",
+        "**************** personCenterRect [960, 430, 300, 285] *****************",
+        "**************** person_iou[0] = 1.000000 *****************",
+        "**************** face_area_abs[0] = 0.000000 *****************",
+        "**************** face_score_abs[0] = 0.000000 *****************",
+        "**************** iou_area_score[0] = 1.600000 *****************",
+        "**************** person_iou[1] = 0.000000 *****************",
+        "**************** face_area_abs[1] = 0.000000 *****************",
+        "**************** face_score_abs[1] = 0.000000 *****************",
+        "**************** iou_area_score[1] = 0.800000 *****************",
+        "**************** person_iou_max_id = 0 *****************",
+        "**************** face_area_abs_min_id = 0 *****************",
+        "**************** face_score_abs_min_id = 0 *****************",
+        "**************** iou_area_score_max_id = 0 *****************",
+        "**************** person[iou_area_score_max_id].rect [960, 430, 300, 285] *****************",
+        "**************** personCenterRectFaceScore = 0.900000 *****************",
+        "**************** personCenterRectFaceArea = 10000.000000 *****************",
+        "**************** personCenterRect [960, 430, 300, 285] *****************",
+    };
+    EXPECT_EQ(info_messages(out), want);
+
+    // The same faces the other way round: again index 0, now the left one.
+    TargetSelectionState swapped;
+    select(swapped, {{760, 490, 100, 100}, {1060, 490, 100, 100}}, scores);
+    EXPECT_EQ(swapped.personCenterRect, (Rect_t{660, 430, 300, 285}));
+}
+
+TEST(TargetSelection, ReidentificationWeighsOverlapAboveScoreAboveArea) {
+    // Face 0: elsewhere, same size and score (0.3 + 0.5 = 0.8). Face 1: on the
+    // target, same size, score 0.2 against 0.8 (0.3 + 0.8 + 0.125). Face 2:
+    // elsewhere, twice the area, same score (about 0.5).
+    TargetSelectionState s = following_centre_face();
+    std::vector<double> scores(kMaxFaces, 0.8);
+    scores[1] = 0.2;
+    const std::vector<std::string> m =
+        info_messages(select(s, {{100, 400, 100, 100}, {900, 400, 100, 100}, {1600, 400, 141, 141}}, scores));
+    for (const char *line : {"iou_area_score[0] = 0.800000", "iou_area_score[1] = 1.225000",
+                             "person_iou_max_id = 1", "iou_area_score_max_id = 1"}) {
+        EXPECT_TRUE(has(m, std::string("**************** ") + line + " *****************")) << line;
+    }
+    EXPECT_FALSE(has(m, "**************** face_distance_min_id = 0 *****************"))
+        << "not acquired afresh";
+    EXPECT_EQ(s.personCenterRect, (Rect_t{800, 340, 300, 285}));
+    EXPECT_EQ(s.targetReferenceScore, 0.2f);
+    // A zero-area reference makes every overlap 0 / 0: NaN never wins, face 0 is taken.
+    TargetSelectionState n;
+    n.targetLost = false;
+    select(n, {{1500, 400, 100, 100}, {900, 400, 100, 100}}, std::vector<double>(kMaxFaces, 0.8));
+    EXPECT_EQ(n.personCenterRect, (Rect_t{1400, 340, 300, 285}));
+}
 
 TEST(MoveDecision, FirstFramingMovesAtOnceAndFillsTheObjectRecord) {
     MoveDecisionState s;
