@@ -3,11 +3,11 @@
 // re-identification by the weighted score, the console and trace lines); the
 // pan/tilt/zoom move decision (framing, bands, persistence limits, the two
 // threshold sets, the no-face timeout and the trace texts).
-#include <algorithm>
 #include <ostream>
 #include <string>
 #include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "faceDet/move_decision.h"
@@ -37,27 +37,12 @@ std::vector<std::string> info_messages(const std::string &out) {
     return messages;
 }
 
-bool has(const std::vector<std::string> &messages, const std::string &text) {
-    return std::find(messages.begin(), messages.end(), text) != messages.end();
-}
-
 // Runs one selection and returns what it printed.
 std::string select(TargetSelectionState &s, const std::vector<Rect_t> &faces,
                    const std::vector<double> &scores) {
     OutputCapture capture;
     select_target(s, faces, scores.data());
     return capture.finish();
-}
-
-// A state that follows the person grown from the 100x100 face at (900, 400),
-// scored 0.8: person rectangle [800, 340, 300, 285].
-TargetSelectionState following_centre_face() {
-    TargetSelectionState s;
-    s.targetLost = false;
-    s.personCenterRect = {800, 340, 300, 285};
-    s.targetReferenceScore = 0.8f;
-    s.targetReferenceArea = 10000.0f;
-    return s;
 }
 
 // The camera last sent to a framing of width p centred at (x, y), judged at rest.
@@ -192,16 +177,22 @@ TEST(TargetSelection, ReidentificationWeighsOverlapAboveScoreAboveArea) {
     // Face 0: elsewhere, same size and score (0.3 + 0.5 = 0.8). Face 1: on the
     // target, same size, score 0.2 against 0.8 (0.3 + 0.8 + 0.125). Face 2:
     // elsewhere, twice the area, same score (about 0.5).
-    TargetSelectionState s = following_centre_face();
+    // The target: the person grown from the 100x100 face at (900, 400), scored 0.8.
+    TargetSelectionState s;
+    s.targetLost = false;
+    s.personCenterRect = {800, 340, 300, 285};
+    s.targetReferenceScore = 0.8f;
+    s.targetReferenceArea = 10000.0f;
     std::vector<double> scores(kMaxFaces, 0.8);
     scores[1] = 0.2;
     const std::vector<std::string> m =
         info_messages(select(s, {{100, 400, 100, 100}, {900, 400, 100, 100}, {1600, 400, 141, 141}}, scores));
     for (const char *line : {"iou_area_score[0] = 0.800000", "iou_area_score[1] = 1.225000",
                              "person_iou_max_id = 1", "iou_area_score_max_id = 1"}) {
-        EXPECT_TRUE(has(m, std::string("**************** ") + line + " *****************")) << line;
+        EXPECT_THAT(m, testing::Contains(std::string("**************** ") + line + " *****************"));
     }
-    EXPECT_FALSE(has(m, "**************** face_distance_min_id = 0 *****************"))
+    EXPECT_THAT(
+        m, testing::Not(testing::Contains("**************** face_distance_min_id = 0 *****************")))
         << "not acquired afresh";
     EXPECT_EQ(s.personCenterRect, (Rect_t{800, 340, 300, 285}));
     EXPECT_EQ(s.targetReferenceScore, 0.2f);
