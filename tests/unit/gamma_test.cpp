@@ -137,6 +137,37 @@ std::pair<GammaStepResult, std::string> step(TestState &t, GammaRecord &copy, Hi
     return {result, out.finish()};
 }
 
+// Runs frames through unit and reference side by side, the peer record of each
+// frame made by `next` from the last record written back; compares every
+// record written and the whole state after every frame.
+template <typename NextRecord>
+void run_against_reference(std::mt19937 &rng, int frames, NextRecord next) {
+    TestState t;
+    ReferenceGammaState ref;
+    GammaRecord copy{}, peer = request(100);
+    int answered = 0, reported = 0;
+    for (int frame = 0; frame < frames && !::testing::Test::HasFailure(); ++frame) {
+        peer = next(peer);
+        const std::string where = "frame " + std::to_string(frame);
+        const Hist source = random_hist(rng);
+        Hist h = source, refHist = source;
+        FakePeer::reset(peer);
+        const auto [result, printed] = step(t, copy, h);
+        reported += static_cast<int>(count_of(printed, "send data ok!!!\n"));
+        GammaRecord refRecord = peer;
+        const bool refWrites = reference_gamma_frame(ref, refRecord, refHist.data());
+        ASSERT_EQ(result == kGammaAnswered, refWrites) << where;
+        ASSERT_EQ(h, refHist) << where << ": histogram after the step";
+        expect_same(t, ref, refWrites ? FakePeer::written : refRecord, refRecord, where);
+        if (refWrites) {
+            ++answered;
+            peer = FakePeer::written;  // the peer sees the answer
+        }
+    }
+    EXPECT_EQ(reported, answered);
+    EXPECT_GT(answered, frames / 10);
+}
+
 }  // namespace
 
 TEST(GammaVerdict, TwoRangeSets) {
@@ -182,41 +213,6 @@ TEST(GammaStep, TheWriteIsReportedAndALockedReadAnswersFromTheCopy) {
         EXPECT_EQ(FakePeer::written.reserved[i], 0x5A5A0000 + i);
     }
 }
-
-namespace {
-
-// Runs frames through unit and reference side by side, the peer record of each
-// frame made by `next` from the last record written back; compares every
-// record written and the whole state after every frame.
-template <typename NextRecord>
-void run_against_reference(std::mt19937 &rng, int frames, NextRecord next) {
-    TestState t;
-    ReferenceGammaState ref;
-    GammaRecord copy{}, peer = request(100);
-    int answered = 0, reported = 0;
-    for (int frame = 0; frame < frames && !::testing::Test::HasFailure(); ++frame) {
-        peer = next(peer);
-        const std::string where = "frame " + std::to_string(frame);
-        const Hist source = random_hist(rng);
-        Hist h = source, refHist = source;
-        FakePeer::reset(peer);
-        const auto [result, printed] = step(t, copy, h);
-        reported += static_cast<int>(count_of(printed, "send data ok!!!\n"));
-        GammaRecord refRecord = peer;
-        const bool refWrites = reference_gamma_frame(ref, refRecord, refHist.data());
-        ASSERT_EQ(result == kGammaAnswered, refWrites) << where;
-        ASSERT_EQ(h, refHist) << where << ": histogram after the step";
-        expect_same(t, ref, refWrites ? FakePeer::written : refRecord, refRecord, where);
-        if (refWrites) {
-            ++answered;
-            peer = FakePeer::written;  // the peer sees the answer
-        }
-    }
-    EXPECT_EQ(reported, answered);
-    EXPECT_GT(answered, frames / 10);
-}
-
-}  // namespace
 
 TEST(GammaReference, PeerConversationsAndGarbageRecordsMatchBitForBit) {
     // A well-behaved peer asks now and then, takes valid curves into use and drops them again.

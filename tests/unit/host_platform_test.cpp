@@ -1,8 +1,10 @@
-// The host platform's emulated media pipeline: frames delivered in order
-// through the port's descriptor, queue rules, the frame log, and scaling for
-// a port of another size.
+// The host platform's emulated media pipeline (frames delivered in order
+// through the port's descriptor, queue rules, the frame log, scaling for a port
+// of another size) and the daemon's wrappers' lines and results over it, which
+// its own runs do not print: a refused port, the system's start and end.
 #include <poll.h>
 
+#include <cstring>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -11,9 +13,13 @@
 
 #include "frame_source.h"
 #include "host_platform.h"
+#include "media/qmt_video_stream.h"
+#include "media/st_sys.h"
+#include "media/st_vpe.h"
 #include "mi_sys.h"
 #include "mi_vpe.h"
 #include "output_capture.h"
+#include "raw_clip.h"
 #include "temp_dir.h"
 
 namespace {
@@ -21,21 +27,6 @@ namespace {
 constexpr int kW = 416, kH = 234;
 constexpr size_t kFrameBytes = kW * kH * 3 / 2;
 MI_SYS_ChnPort_t port1 = {E_MI_MODULE_ID_VPE, 0, 0, 1};
-
-// Byte i of frame k: differs per frame and per byte.
-uint8_t pattern_byte(int k, size_t i) {
-    return static_cast<uint8_t>(i * 7 + static_cast<size_t>(k) * 31 + (i >> 9));
-}
-
-bool frame_matches(const MI_SYS_BufInfo_t &info, int k) {
-    const auto *y = static_cast<const uint8_t *>(info.stFrameData.pVirAddr[0]);
-    const auto *uv = static_cast<const uint8_t *>(info.stFrameData.pVirAddr[1]);
-    size_t i = 0;
-    while (i < kFrameBytes && (i < kW * kH ? y[i] : uv[i - kW * kH]) == pattern_byte(k, i)) {
-        ++i;
-    }
-    return i == kFrameBytes;
-}
 
 bool readable(int fd, int timeoutMs) {
     pollfd p{fd, POLLIN, 0};
@@ -47,11 +38,9 @@ bool readable(int fd, int timeoutMs) {
 TEST(Host, LockstepDeliversEveryFrameInOrderAndLogsIt) {
     constexpr int kFrames = 4;
     TempDir dir;
-    std::string clip;
-    for (int k = 0; k < kFrames; ++k) {
-        for (size_t i = 0; i < kFrameBytes; ++i) {
-            clip += static_cast<char>(pattern_byte(k, i));
-        }
+    std::string clip;  // byte i of frame k differs per frame and per byte
+    for (size_t i = 0; i < kFrames * kFrameBytes; ++i) {
+        clip += static_cast<char>(i * 7 + i / kFrameBytes * 31 + (i % kFrameBytes >> 9));
     }
     write_file(dir.file("clip.nv12"),
                clip + std::string(kFrameBytes / 2, 'x'));  // a partial frame is ignored
@@ -79,7 +68,9 @@ TEST(Host, LockstepDeliversEveryFrameInOrderAndLogsIt) {
             (std::vector<size_t>{f.ePixelFormat, f.u16Width, f.u16Height, f.u32Stride[0], f.u32Stride[1],
                                  f.u32BufSize}),
             (std::vector<size_t>{E_MI_SYS_PIXEL_FRAME_YUV_SEMIPLANAR_420, kW, kH, kW, kW, kFrameBytes}));
-        EXPECT_TRUE(frame_matches(info, k)) << k;
+        const std::string y(static_cast<const char *>(f.pVirAddr[0]), kW * kH),
+            uv(static_cast<const char *>(f.pVirAddr[1]), kW * kH / 2);
+        EXPECT_TRUE(y + uv == clip.substr(k * kFrameBytes, kFrameBytes)) << k;
         EXPECT_FALSE(readable(fd, 0)) << "nothing is queued while the frame is held";
         expectedLog += std::to_string(k) + " " + std::to_string(info.u64Pts) + " taken 0.1\n";
         // Lockstep lives on the clip's timeline (30 fps), published for camera_sim.
@@ -108,4 +99,46 @@ TEST(HostFrames, ScalesARawFrameForASecondPortOfAnotherSize) {
     host::scale_nv12_nearest(src.data(), 8, 4, dst.data(), 6, 2);
     // Nearest pixels of every second row (8 -> 6 across); U,V pairs stay together.
     EXPECT_EQ(dst, (std::vector<uint8_t>{0, 1, 2, 4, 5, 6, 16, 17, 18, 20, 21, 22, 32, 33, 34, 35, 36, 37}));
+}
+
+TEST(MediaWrappers, RefusedPortStopsAtTheFirstFailure) {
+    TempDir dir;
+    write_raw_clip(dir.file("clip.nv12"), 20);
+    host::Config config;
+    config.source = dir.file("clip.nv12");
+    config.pace = host::Pace::Lockstep;
+    host::use_config_for_next_init(config);
+    ASSERT_EQ(MI_SYS_Init(), MI_SUCCESS);
+    OutputCapture capture;
+    ST_VPE_PortInfo_T info;
+    memset(&info, 0, sizeof info);  // no width: refused
+    const MI_S32 ret = ST_Vpe_StartPort(1, &info);
+    EXPECT_EQ(QMT_Video_Stream_Stop(), -1);  // not running: silent
+    char code[16];
+    snprintf(code, sizeof code, "%x", ret);
+    EXPECT_EQ(capture.finish(),
+              "xxxxxxxxxxx........ST_Vpe_StartPort......0  1....\n[ST_Vpe_StartPort 148]exec function pass\n"
+              "[ST_Vpe_StartPort 153]exec function failed, error:" +
+                  std::string(code) + "\n");
+    EXPECT_NE(ret, MI_SUCCESS);
+    MI_SYS_Exit();
+    EXPECT_EQ(ST_Sys_GetFrameIntervalMs(0), -1);
+}
+
+TEST(MediaWrappers, SysInitAndExitUseRoundBracketLinesInOrder) {
+    host::use_config_for_next_init(host::Config{});
+    OutputCapture err(2);
+    OutputCapture capture;
+    ASSERT_EQ(ST_Sys_Init(), MI_SUCCESS);
+    ASSERT_EQ(ST_Sys_Exit(), MI_SUCCESS);
+    const std::string out = capture.finish();
+    size_t at = 0;
+    for (const char *line :
+         {"(ST_Sys_Init 23)exec function pass\n", "(ST_Sys_Init 26)exec function pass\n",
+          "[INFO]:ST_Sys_Init[27]: \nu8Version:", "(ST_Sys_Init 29)exec function pass\n",
+          "[INFO]:ST_Sys_Init[30]: \nu64Pts:0x", "(ST_Sys_Init 33)exec function pass\n",
+          "(ST_Sys_Init 36)exec function pass\n", "(ST_Sys_Exit 43)exec function pass\n"}) {
+        at = out.find(line, at);
+        ASSERT_NE(at, std::string::npos) << "missing in order: " << line << "\n" << out;
+    }
 }

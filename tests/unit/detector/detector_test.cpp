@@ -1,8 +1,9 @@
 // The detector object and the frame loop's interface to it: the daemon's own
-// detector and its constants, the choice of engine, input-size changes with
-// their printed lines, and (with an engine) faces found in a real photo.
+// detector and its constants, the choice of engine, and input-size changes
+// with their printed lines. Faces in real pictures: the framing and replay runs.
 #include <algorithm>
 #include <cstdlib>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -11,31 +12,12 @@
 #include "child_process.h"
 #include "detector/face_det_api.h"
 #include "detector/inference_engine.h"
-#include "detector/nms.h"
 #include "detector/slim_face_detector.h"
 #include "output_capture.h"
-
-#if FACEDET_TEST_HAS_IMAGES
-#include <opencv2/imgcodecs.hpp>
-#include <opencv2/imgproc.hpp>
-#endif
 
 namespace {
 
 const std::string kModel = std::string(FACEDET_SHARED_DIR) + "/models/slim-320-quant-ADMM-50.mnn";
-
-// True when text holds, from pos on, label, a number, " s" and a line end;
-// *next is then the position after the line.
-bool timing_line_at(const std::string &text, size_t pos, const std::string &label, size_t *next) {
-    char *end = nullptr;
-    const char *number = text.c_str() + pos + label.size();
-    if (text.compare(pos, label.size(), label) != 0 || strtod(number, &end) < 0 || end == number ||
-        std::string(end).compare(0, 3, " s\n") != 0) {
-        return false;
-    }
-    *next = static_cast<size_t>(end - text.c_str()) + 3;
-    return true;
-}
 
 bool built(const char *name) {
     EngineKind kind;
@@ -53,9 +35,8 @@ TEST(FaceDetApi, TheDaemonsDetectorIsTheCamerasNetworkWithItsConstants) {
     EXPECT_EQ(g_faceDetector.getScoreThreshold(), 0.65f);
     EXPECT_EQ(g_faceDetector.getIouThreshold(), 0.3f);
     EXPECT_EQ(g_faceDetector.getNumThread(), 4);
-    // Nothing has run a frame through it in this process yet.
+    // Built for 480x320; frames change that at run time.
     EXPECT_EQ(g_faceDetector.getInputWidth() * 1000 + g_faceDetector.getInputHeight(), 480320);
-    EXPECT_EQ(g_faceDetector.getImageWidth(), 0);
     // Strides 8/16/32/64: the maps; prior sizes: the first prior of each map
     // and the sizes of the first cell.
     EXPECT_EQ(g_faceDetector.getNumAnchors(), 8820);
@@ -124,14 +105,15 @@ TEST(Detector, ReinitialisesOnEverySizeChangeAndOnlyThen) {
     // The first stream frame on an object built for 480x320. "resolution
     // changed." has no line end of its own.
     std::string text = lines_of(stream, 416, 234);
-    size_t next = 0;
-    EXPECT_TRUE(timing_line_at(text, 0, "resolution changed.recount time :", &next)) << text;
-    EXPECT_TRUE(timing_line_at(text, next, "inference time:", &next) && next == text.size()) << text;
+    const std::string seconds = "\\d[\\d.e+-]* s\n";  // a time as %g prints it
+    EXPECT_TRUE(std::regex_match(
+        text, std::regex("resolution changed\\.recount time :" + seconds + "inference time:" + seconds)))
+        << text;
     EXPECT_EQ(
         (std::vector<int>{detector.getNumAnchors(), detector.getImageWidth(), detector.getImageHeight()}),
         (std::vector<int>{5752, 416, 234}));
     text = lines_of(stream, 416, 234);  // same size: only the inference line
-    EXPECT_TRUE(timing_line_at(text, 0, "inference time:", &next) && next == text.size()) << text;
+    EXPECT_TRUE(std::regex_match(text, std::regex("inference time:" + seconds))) << text;
     // Another size, then back: each change re-initialises; the network runs at the frame's own size.
     text = lines_of(small, 160, 120);
     EXPECT_EQ(detector.getImageWidth(), 160);
@@ -140,31 +122,6 @@ TEST(Detector, ReinitialisesOnEverySizeChangeAndOnlyThen) {
     EXPECT_EQ(count_of(text, "resolution changed.") * 10 + count_of(text, "inference time:"), 22u) << text;
     EXPECT_EQ(detector.getNumAnchors(), 5752);
     EXPECT_TRUE(faces.empty());
-}
-
-#endif
-
-#if FACEDET_TEST_HAS_IMAGES
-
-// A single clear face, 158x236 at (666, 76) in a 1024x566 photo, through the
-// daemon's own detector.
-TEST(Detector, FindsTheAnnotatedFaceInARealPhoto) {
-    const cv::Mat photo = cv::imread(std::string(FACEDET_SHARED_DIR) +
-                                     "/data/faces/images/13_Interview_Interview_On_Location_13_282.jpg");
-    ASSERT_EQ(photo.cols * 1000 + photo.rows, 1024566);
-    cv::Mat frame;  // as the camera delivers it: the whole picture scaled to the stream size
-    cv::resize(photo, frame, cv::Size(416, 234));
-    OutputCapture out(1);
-    const std::vector<FaceResult> faces = FaceDet_Detect(frame.ptr<uint8_t>(), 416, 234);
-    out.finish();
-    ASSERT_EQ(faces.size(), 1u);
-    const double sx = 416.0 / 1024, sy = 234.0 / 566;
-    const FaceBox truth = {float(666 * sx), float(76 * sy), float((666 + 158) * sx), float((76 + 236) * sy),
-                           1};
-    const FaceResult &f = faces[0];
-    const FaceBox found = {float(f.x1), float(f.y1), float(f.x2), float(f.y2), f.score};
-    EXPECT_GE(face_box_iou(truth, face_box_area(truth), found), 0.7) << f.x1 << " " << f.y1 << " " << f.x2;
-    EXPECT_TRUE(f.score > 0.9f && f.score <= 1.0f) << f.score;
 }
 
 #endif

@@ -27,24 +27,21 @@ constexpr int kWidth = 416, kHeight = 234;
 // Every fourth labelled photo (lines "name width height faces folder") and a
 // frame every twelve of two scenes with people, scaled to the stream size.
 std::vector<cv::Mat> parity_frames() {
-    std::vector<cv::Mat> pictures, frames;
+    std::vector<cv::Mat> frames;
+    const auto add = [&](const cv::Mat &picture) {
+        picture.empty() ? void() : cv::resize(picture, frames.emplace_back(), cv::Size(kWidth, kHeight));
+    };
     std::ifstream list(kShared + "/data/faces/images.txt");
     std::string line;
     for (int i = 0; std::getline(list, line); ++i) {
-        if (i % 4 == 0) {
-            pictures.push_back(cv::imread(kShared + "/data/faces/images/" + line.substr(0, line.find(' '))));
-        }
+        i % 4 == 0 ? add(cv::imread(kShared + "/data/faces/images/" + line.substr(0, line.find(' '))))
+                   : void();
     }
     for (const char *video : {"meeting_room_four_seated.mp4", "two_people_walking_toward_camera.mp4"}) {
         cv::VideoCapture capture(kShared + "/data/videos/" + video);
         cv::Mat picture;
         for (int i = 0; capture.read(picture); ++i) {
-            i % 12 == 0 ? pictures.push_back(picture.clone()) : void();
-        }
-    }
-    for (const cv::Mat &picture : pictures) {
-        if (!picture.empty()) {
-            cv::resize(picture, frames.emplace_back(), cv::Size(kWidth, kHeight));
+            i % 12 == 0 ? add(picture) : void();
         }
     }
     return frames;
@@ -102,8 +99,7 @@ TEST(EngineParity, BigFacesAreFoundByBothAndScoresStayWithinTheQuantisationBound
     for (size_t f = 0; f < frames.size(); ++f) {
         const EngineRun q = run_engine(*quantised, frames[f], priors);
         const EngineRun x = run_engine(*floating, frames[f], priors);
-        ASSERT_EQ(q.faceScores.size(), priors.size());
-        ASSERT_EQ(x.faceScores.size(), priors.size());
+        ASSERT_TRUE(q.faceScores.size() == priors.size() && x.faceScores.size() == priors.size());
         for (size_t n = 0; n < priors.size(); ++n) {
             diffs.push_back(std::fabs(q.faceScores[n] - x.faceScores[n]));
         }

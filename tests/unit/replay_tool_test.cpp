@@ -1,16 +1,98 @@
-// facedet_replay's truth files and framing figures: bad truth files are
-// refused with their line, and the figures on small hand-made runs.
+// facedet_replay's inputs and figures: its reading of the daemon's colour
+// console with other threads' lines in between, bad truth files refused with
+// their line, and the framing figures of small hand-made runs. The page made
+// from them is checked end to end.
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
 #include "framing_score.h"
+#include "replay_log.h"
 #include "truth_file.h"
 
 using namespace replay;
 
 namespace {
+
+// One INFO line as console_log prints it: the colour reset follows the line end.
+std::string info(const std::string &file, int line, const std::string &message) {
+    return "\033[1;34m[2024-05-02 10:11:12:345] [INFO] [" + file + ": " + std::to_string(line) + "] " +
+           message + "\n\033[0m";
+}
+
+std::string frame_header(int n) {
+    return info("get_stream_thread.cpp", 180, "MsgBuf[0]=1 , MsgBuf[1]=1 ") +
+           info("get_stream_thread.cpp", 200, "Algorithm Version:1.0") +
+           info("get_stream_thread.cpp", 203,
+                "--------------frameNumber = " + std::to_string(n) + "-----------------");
+}
+
+// The timing line of one stage.
+std::string stage(const char *name, int ms, const char *end = "") {
+    return info("get_stream_thread.cpp", 160,
+                std::string(" ******** ") + name + " time =[" + std::to_string(ms) + "] ms********" + end);
+}
+
+// A frame with one face that decides a move, as the daemon prints it.
+std::string moving_frame(int n) {
+    return frame_header(n) + stage("get frame", 0) + stage("autogamma", 1) +
+           info("box_filter.cpp", 52, "face box (x, y, w, h) = (180, 60, 48, 60), score = 0.981234") +
+           // The selection's printf has no line end: it lands in front of the next line.
+           "/n/n/n ***************** faceNum = 1 ************ " +
+           info("target_selection.cpp", 72, "********** faceNum=1 **************") +
+           info("target_selection.cpp", 160,
+                "**************** personCenterRect [727, 138, 221, 830] *****************") +
+           info("move_decision.cpp", 280, "******************** panPoint = -122 *******************") +
+           info("move_decision.cpp", 282, "******************** tiltPoint = 0 ******************") +
+           info("move_decision.cpp", 284, "******************** zoomPoint = 1475 ******************") +
+           stage("invoke", 9) + stage("strategies", 0) + stage("all", 11, "\n\n");
+}
+
+ScoreFrame at(long index, double seconds, double pan, double width) {
+    ScoreFrame f;
+    f.sourceIndex = index;
+    f.tUs = static_cast<int64_t>(seconds * 1e6);
+    f.view.pan = pan;
+    f.view.width = width;
+    f.view.height = width * 9 / 16;
+    return f;
+}
+
+}  // namespace
+
+TEST(ReplayDaemonLog, ReadsWarmUpAnalysedAndMovingFramesBetweenOtherThreadsLines) {
+    std::string out = "faceDet starting!\n";
+    for (int n = 1; n <= 9; ++n) {
+        out += frame_header(n);
+    }
+    // The socket thread and the camera thread print while a frame is analysed.
+    std::string moving = moving_frame(10);
+    moving.insert(moving.find("\033[1;34m[2024-05-02 10:11:12:345] [INFO] [move_decision.cpp: 282]"),
+                  "MsgBuf[0]= 1, MsgBuf[1]= 1 \nret == 0\n\033[1;32m[2024-05-02 10:11:12:346] [DEBUG] "
+                  "[visca.cpp:88] reply 90 41 ff\n\033[0m");
+    const std::string faceless = frame_header(11) + stage("get frame", 0) +
+                                 "/n/n/n ***************** faceNum = 0 ************ " +
+                                 stage("strategies", 0);
+    const DaemonLog log = parse_daemon_log(out + moving + faceless);
+    ASSERT_EQ(log.frames.size(), 11u);
+    EXPECT_FALSE(log.cutAtEnd);
+    for (int i = 0; i < 9; ++i) {
+        EXPECT_EQ(log.frames[i].frameNumber, i + 1);
+        EXPECT_FALSE(log.frames[i].analysed) << i;
+        EXPECT_EQ(log.frames[i].mode, Mode::Run);
+    }
+    const TakenFrame &m = log.frames[9];
+    EXPECT_TRUE(m.analysed && m.framingRan && m.hasPerson && m.moved);
+    ASSERT_EQ(m.faces.size(), 1u);
+    EXPECT_EQ((std::vector<int>{m.faceNum, m.faces[0].x, m.faces[0].h, m.person.x, m.person.h, m.pan, m.tilt,
+                                m.zoom, m.invokeMs, m.allMs, m.autogammaMs}),
+              (std::vector<int>{1, 180, 60, 727, 830, -122, 0, 1475, 9, 11, 1}));
+    const TakenFrame &f = log.frames[10];
+    EXPECT_TRUE(f.framingRan);
+    EXPECT_EQ(f.faceNum, 0);
+    EXPECT_FALSE(f.moved || f.hasPerson || !f.faces.empty());
+}
 
 TEST(ReplayTruth, BadFilesAreRefusedNamingTheLine) {
     const std::string header = "frame,person,x,y,w,h\n";
@@ -40,30 +122,19 @@ TEST(ReplayTruth, BadFilesAreRefusedNamingTheLine) {
         {header + "1,0,1,2,3,4\n1,0,5,2,3,4\n", 3, "line 3: person 0 appears twice in frame 1"},
         {header + "# every=2\n", 3, "line 2: 'every=' must come before the header"},
     };
-    for (const Case &c : cases) {
-        Truth truth;
+    Truth truths[std::size(cases)];
+    for (size_t i = 0; i < std::size(cases); ++i) {
+        const Case &c = cases[i];
         std::string error;
-        EXPECT_EQ(parse_truth(c.text, c.sourceFrames, &truth, &error), c.error.empty()) << c.text << error;
+        EXPECT_EQ(parse_truth(c.text, c.sourceFrames, &truths[i], &error), c.error.empty())
+            << c.text << error;
         EXPECT_EQ(error.rfind(c.error, 0), 0u) << c.text << "\n got: " << error;
     }
-    Truth truth;
-    std::string error;
-    ASSERT_TRUE(parse_truth(cases[0].text, 3, &truth, &error));
-    EXPECT_EQ(truth.frames * 10 + truth.every, 32);
-    ASSERT_EQ(truth.faces.size(), 2u);
-    EXPECT_EQ(truth.faces[1].box.x + truth.faces[1].box.w + truth.faces[1].frame, 418);
-    EXPECT_TRUE(parse_truth(cases[1].text, -1, &truth, &error));
-    EXPECT_EQ(truth.faces[0].box.x + truth.faces[0].frame * 10, 45) << "columns are found by name";
-}
-
-ScoreFrame at(long index, double seconds, double pan, double width) {
-    ScoreFrame f;
-    f.sourceIndex = index;
-    f.tUs = static_cast<int64_t>(seconds * 1e6);
-    f.view.pan = pan;
-    f.view.width = width;
-    f.view.height = width * 9 / 16;
-    return f;
+    const Truth &all = truths[0], &byName = truths[1];
+    EXPECT_EQ(all.frames * 10 + all.every, 32);
+    ASSERT_TRUE(all.faces.size() == 2 && byName.faces.size() == 1);
+    EXPECT_EQ(all.faces[1].box.x + all.faces[1].box.w + all.faces[1].frame, 418);
+    EXPECT_EQ(byName.faces[0].box.x + byName.faces[0].frame * 10, 45) << "columns are found by name";
 }
 
 TEST(ReplayScore, FiguresOfSmallRuns) {
@@ -129,5 +200,3 @@ TEST(ReplayScore, FiguresOfSmallRuns) {
         }
     }
 }
-
-}  // namespace
