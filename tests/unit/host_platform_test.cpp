@@ -15,6 +15,7 @@
 #include "host_platform.h"
 #include "media/qmt_video_stream.h"
 #include "media/st_sys.h"
+#include "media/st_venc.h"
 #include "media/st_vpe.h"
 #include "mi_sys.h"
 #include "mi_vpe.h"
@@ -125,19 +126,36 @@ TEST(MediaWrappers, RefusedPortStopsAtTheFirstFailure) {
     EXPECT_EQ(ST_Sys_GetFrameIntervalMs(0), -1);
 }
 
-TEST(MediaWrappers, SysInitAndExitUseRoundBracketLinesInOrder) {
+// The system's start and end print round-bracket lines; binding and the
+// encoder channel, which only other products of the platform call, square ones.
+TEST(MediaWrappers, SysInitBindEncoderAndExitPrintTheirLinesInOrder) {
     host::use_config_for_next_init(host::Config{});
     OutputCapture err(2);
     OutputCapture capture;
     ASSERT_EQ(ST_Sys_Init(), MI_SUCCESS);
+    ST_Sys_BindInfo_T bind{};
+    bind.stSrcChnPort = {E_MI_MODULE_ID_VPE, 0, 0, 1};
+    bind.stDstChnPort = {E_MI_MODULE_ID_VENC, 0, 2, 0};
+    bind.eBindType = E_MI_SYS_BIND_TYPE_FRAME_BASE;
+    MI_VENC_ChnAttr_t attr{};
+    for (MI_S32 ret : {ST_Sys_Bind(&bind), ST_Sys_UnBind(&bind), ST_Venc_CreateChannel(2, &attr),
+                       ST_Venc_StartChannel(2), ST_Venc_StopChannel(2), ST_Venc_DestoryChannel(2)}) {
+        EXPECT_EQ(ret, MI_SUCCESS);
+    }
     ASSERT_EQ(ST_Sys_Exit(), MI_SUCCESS);
+    EXPECT_EQ(ST_Venc_CreateChannel(2, nullptr), -1);
     const std::string out = capture.finish();
     size_t at = 0;
     for (const char *line :
          {"(ST_Sys_Init 23)exec function pass\n", "(ST_Sys_Init 26)exec function pass\n",
           "[INFO]:ST_Sys_Init[27]: \nu8Version:", "(ST_Sys_Init 29)exec function pass\n",
           "[INFO]:ST_Sys_Init[30]: \nu64Pts:0x", "(ST_Sys_Init 33)exec function pass\n",
-          "(ST_Sys_Init 36)exec function pass\n", "(ST_Sys_Exit 43)exec function pass\n"}) {
+          "(ST_Sys_Init 36)exec function pass\n", "[ST_Sys_Bind 56]exec function pass\n\nsrc(",
+          "-0-0-1)  dst(", "-0-2-0)  1...\n\n", "[ST_Sys_UnBind 68]exec function pass\n",
+          "[ST_Venc_CreateChannel 32]exec function pass\n", "[ST_Venc_StartChannel 58]exec function pass\n",
+          "[ST_Venc_StopChannel 65]exec function pass\n", "[ST_Venc_DestoryChannel 50]exec function pass\n",
+          "[ST_Venc_DestoryChannel 51]exec function pass\n", "(ST_Sys_Exit 43)exec function pass\n",
+          "\033[0;31m[ERR]:ST_Venc_CreateChannel[28]: \033[0minvalid param\n"}) {
         at = out.find(line, at);
         ASSERT_NE(at, std::string::npos) << "missing in order: " << line << "\n" << out;
     }
