@@ -186,7 +186,7 @@ TEST(CameraSim, WithoutACameraSendsFailAndInquiriesGiveUpAfterHalfASecond) {
     EXPECT_EQ(g_zoomPosition.load(), 77);  // whatever the slot held
 }
 
-TEST(CameraSim, MalformedPacketsGetSyntaxErrorsAndNeverStopIt) {
+TEST(CameraSim, MalformedPacketsGetSyntaxErrorsAndOnlyASignalOrTheTimeLimitStopsIt) {
     const std::string log = ipc_runtime_dir() + "/fuzz.jsonl";
     auto sim = start_camera_sim(log);
     const std::string simPath = ipc_runtime_dir() + "/featureCamera_addr.socket";
@@ -219,6 +219,12 @@ TEST(CameraSim, MalformedPacketsGetSyntaxErrorsAndNeverStopIt) {
     EXPECT_FALSE(file_exists(simPath));
     const std::string text = read_file(log);
     EXPECT_GE(count_of(text, "\"error\":\"too short\""), 2u);
+
+    // Given a time limit, it ends by itself.
+    auto limited =
+        spawn(CAMERA_SIM_BIN, {"--runtime-dir", ipc_runtime_dir(), "--seconds", "0.3"}, ipc_runtime_dir());
+    EXPECT_EQ(limited->wait_exit(20s), 0);
+    EXPECT_NE(limited->out().find("camera_sim: stopped (time limit)"), std::string::npos) << limited->out();
 }
 
 TEST(FacedetCtl, SwitchesTheDaemonsCommandByte) {

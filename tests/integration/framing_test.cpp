@@ -126,8 +126,11 @@ std::vector<Ptz> received_moves(const std::string &simLog, int *unpaired) {
             zoomPending = true;
             zoom = nibbles(bytes + 12);
         } else if (line.find("\"name\":\"pan_tilt_absolute\"") != std::string::npos) {
-            zoomPending ? moves.push_back({nibbles(bytes + 18), nibbles(bytes + 30), zoom})
-                        : (void)++*unpaired;
+            if (zoomPending) {
+                moves.push_back({nibbles(bytes + 18), nibbles(bytes + 30), zoom});
+            } else {
+                ++*unpaired;
+            }
             zoomPending = false;
         }
     }
