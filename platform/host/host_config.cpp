@@ -192,8 +192,28 @@ bool parse_pace(const std::string &text, Pace *out, std::string *error) {
         *out = Pace::Lockstep;
         return true;
     }
-    *error = "FACEDET_PACE '" + text + "' is neither realtime nor lockstep";
+    if (v == "camera") {
+        *out = Pace::Camera;
+        return true;
+    }
+    *error = "FACEDET_PACE '" + text + "' is not realtime, lockstep or camera";
     return false;
+}
+
+bool parse_frame_cost(const std::string &text, double *ms, std::string *error) {
+    const std::string v = trim(text);
+    errno = 0;
+    char *end = nullptr;
+    const double value = v.empty() ? 0.0 : std::strtod(v.c_str(), &end);
+    // strtod also takes hex, "inf" and "nan": only plain decimals pass.
+    const bool plain = !v.empty() && v.find_first_not_of("0123456789.") == std::string::npos;
+    if (!plain || errno != 0 || end != v.c_str() + v.size() || !(value > 0.0) || value > kMaxFrameCostMs) {
+        *error =
+            "FACEDET_FRAME_COST_MS '" + text + "' is not a number of milliseconds above 0 and up to 10000";
+        return false;
+    }
+    *ms = value;
+    return true;
 }
 
 bool config_from_env(Config *out, std::string *error) {
@@ -210,8 +230,14 @@ bool config_from_env(Config *out, std::string *error) {
         !parse_faults(env("FACEDET_FAULTS"), &c.faults, error)) {
         return false;
     }
+    if (const char *cost = std::getenv("FACEDET_FRAME_COST_MS"); cost && *cost) {
+        if (!parse_frame_cost(cost, &c.frameCostMs, error)) {
+            return false;
+        }
+        c.hasFrameCost = true;
+    }
     const std::string runtimeDir = env("FACEDET_RUNTIME_DIR");
-    if (c.pace == Pace::Lockstep && !runtimeDir.empty()) {
+    if (c.pace != Pace::Realtime && !runtimeDir.empty()) {
         c.clockPath = runtimeDir + "/source_clock";
     }
     *out = c;

@@ -3,8 +3,8 @@
  * are paced, where the frame log goes and which faults to inject.
  *
  * The daemon cannot pass options to its platform, so MI_SYS_Init reads them
- * from the environment (FACEDET_SOURCE, FACEDET_PACE, FACEDET_LOOP,
- * FACEDET_EXIT_AT_END, FACEDET_FRAME_LOG, FACEDET_FAULTS). Parsing is kept
+ * from the environment (FACEDET_SOURCE, FACEDET_PACE, FACEDET_FRAME_COST_MS,
+ * FACEDET_LOOP, FACEDET_EXIT_AT_END, FACEDET_FRAME_LOG, FACEDET_FAULTS). Parsing is kept
  * apart from the pipeline so that it can be tested on its own.
  */
 #ifndef FACEDET_HOST_CONFIG_H
@@ -32,16 +32,29 @@ struct Faults {
 // Realtime: frames come at the source's own rate whether or not they are
 // taken, as from a camera. Lockstep: the next frame is queued only when the
 // consumer has given the previous one back, so runs are deterministic.
-enum class Pace { Realtime, Lockstep };
+// Camera: deterministic like lockstep, but each frame taken costs the
+// consumer the camera's time, and frames that come meanwhile pass through
+// the port's queue as on the camera (pace_clock.h).
+enum class Pace { Realtime, Lockstep, Camera };
+
+// The camera's time per analysed frame when FACEDET_FRAME_COST_MS is not set:
+// one Cortex-A7 at 1.0 GHz (docs/BENCHMARKS.md, "On the camera").
+constexpr double kDefaultFrameCostMs = 160.0;
+// A larger cost is more likely a unit mistake than a camera.
+constexpr double kMaxFrameCostMs = 10000.0;
 
 struct Config {
     std::string source;  // raw NV12 file, image, video or /dev/videoN; empty: channel 0 has no source
     Pace pace = Pace::Realtime;
+    // The camera's milliseconds per analysed frame (FACEDET_FRAME_COST_MS):
+    // camera pace charges it, realtime holds frames back by it when set.
+    bool hasFrameCost = false;
+    double frameCostMs = kDefaultFrameCostMs;
     bool loop = false;         // start the source again at its end
     bool exitAtEnd = false;    // raise SIGTERM once the last frame has been consumed
     std::string frameLogPath;  // rewritten by each MI_SYS_Init; empty: no log
-    // Lockstep: the source time is published here for other processes
-    // ($FACEDET_RUNTIME_DIR/source_clock); empty: not published.
+    // Lockstep and camera: the source time is published here for other
+    // processes ($FACEDET_RUNTIME_DIR/source_clock); empty: not published.
     std::string clockPath;
     Faults faults;
 };
@@ -51,8 +64,12 @@ struct Config {
 // name or a malformed value returns false with *error naming the entry.
 bool parse_faults(const std::string &text, Faults *out, std::string *error);
 
-// Parses a FACEDET_PACE value ("realtime", "lockstep"; empty: realtime).
+// Parses a FACEDET_PACE value ("realtime", "lockstep", "camera"; empty: realtime).
 bool parse_pace(const std::string &text, Pace *out, std::string *error);
+
+// Parses a FACEDET_FRAME_COST_MS value: milliseconds above 0 and up to
+// kMaxFrameCostMs, decimals allowed.
+bool parse_frame_cost(const std::string &text, double *ms, std::string *error);
 
 // Builds a Config from the FACEDET_* environment variables. Returns false
 // with a one-line *error for a value that cannot be used; an unset source is

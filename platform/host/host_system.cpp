@@ -12,6 +12,7 @@
 #include <string>
 
 #include "host_platform.h"
+#include "host_time.h"
 
 namespace host {
 namespace {
@@ -64,6 +65,11 @@ std::shared_ptr<Pipeline> current_pipeline() {
     System &s = system_state();
     std::lock_guard<std::mutex> lk(s.mu);
     return s.initialised ? s.pipeline : nullptr;
+}
+
+MI_U64 current_pts() {
+    const std::shared_ptr<Pipeline> p = current_pipeline();
+    return p ? p->clock_read() : monotonic_us();
 }
 
 MI_S32 system_init() {

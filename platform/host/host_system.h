@@ -61,6 +61,9 @@ System &system_state();
 // The pipeline while initialised, else null.
 std::shared_ptr<Pipeline> current_pipeline();
 
+// What MI_SYS_GetCurPts reads: the pipeline's clock, else CLOCK_MONOTONIC.
+MI_U64 current_pts();
+
 MI_S32 system_init();
 MI_S32 system_exit();
 

@@ -6,7 +6,6 @@
 #include <cstring>
 
 #include "host_system.h"
-#include "source_clock.h"
 #include "mi_sys.h"
 
 using host::guarded;
@@ -66,7 +65,7 @@ MI_S32 MI_SYS_GetCurPts(MI_U64 *pu64Pts) {
 }
 
 // Accepted but without effect: the time stamps stay on the platform clock
-// (source_clock.h) because other tools on the PC compare frame times with it.
+// (pace_clock.h) because other tools on the PC compare frame times with it.
 MI_S32 MI_SYS_InitPtsBase(MI_U64) {
     return guarded(kSys, [] { return initialised() ? MI_SUCCESS : MI_SYS_ERR(E_MI_ERR_NOT_INIT); });
 }

@@ -1,20 +1,12 @@
 /*
- * The emulated VPE pipeline. One mutex guards all channel, port and buffer
- * state; the producer thread holds it except while it decodes and scales a
- * frame into buffers it has reserved (state Filling), so MI calls never wait
- * for a decoder.
- *
- * Buffers: each port has a pool that grows only when every buffer is queued,
- * held or being filled, so the steady state allocates nothing. A held buffer
- * is never reused before it is given back.
+ * The emulated VPE pipeline: construction and shutdown, channels, ports and
+ * their descriptors, and the platform clock. One mutex guards all channel,
+ * port and buffer state; the producer thread (vpe_producer.cpp) holds it
+ * except while it decodes and scales a frame into buffers it has reserved.
  */
 #include "vpe_pipeline.h"
 
 #include <algorithm>
-#include <chrono>
-#include <csignal>
-#include <cstring>
-#include <exception>
 
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -22,38 +14,39 @@
 #include "host_time.h"
 
 namespace host {
-namespace {
-
-using Clock = std::chrono::steady_clock;
-
-Clock::duration seconds_to_duration(double seconds) {
-    return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
-}
-
-}  // namespace
 
 Pipeline::Pipeline(const Config &config, std::unique_ptr<FrameSource> source, std::FILE *frameLog)
-    : config_(config), source_(std::move(source)), frameLog_(frameLog) {
+    : config_(config),
+      source_(std::move(source)),
+      frameLog_(frameLog),
+      clock_(config.pace, source_ ? source_->fps() : 30.0, config.hasFrameCost,
+             frame_cost_from_ms(config.frameCostMs), monotonic_us()) {
     for (Channel &c : channels_) {
         for (Port &p : c.ports) {
             p.queue.reserve(kMaxPortDepth + 1);
         }
     }
-    if (source_ && config_.pace == Pace::Lockstep) {
-        source_clock_start(source_frame_time(1, source_->fps()));
-        std::string error;
-        if (!config_.clockPath.empty() && !clockFile_.open(config_.clockPath, &error)) {
-            std::fprintf(stderr, "host platform: cannot publish the source clock in '%s': %s\n",
-                         config_.clockPath.c_str(), error.c_str());
-        }
-    } else {
-        source_clock_stop();
+    if (!source_) {
+        return;
     }
-    if (source_) {
-        channels_[0].exists = true;
-        channels_[0].started = true;
-        producer_ = std::thread([this] { producer_main(); });
+    std::string error;
+    if (config_.pace != Pace::Realtime && !config_.clockPath.empty() &&
+        !clockFile_.open(config_.clockPath, &error)) {
+        std::fprintf(stderr, "host platform: cannot publish the source clock in '%s': %s\n",
+                     config_.clockPath.c_str(), error.c_str());
     }
+    if (clock_.has_cost()) {
+        // Said once, so that a run's log tells what camera it played.
+        const FrameCost cost = frame_cost_from_ms(config_.frameCostMs);
+        std::fprintf(stderr,
+                     "host platform: %s pace, camera time %.1f ms per analysed frame, %.1f ms per frame "
+                     "taken but not analysed\n",
+                     config_.pace == Pace::Camera ? "camera" : "realtime", cost.analysedUs / 1000.0,
+                     cost.restUs / 1000.0);
+    }
+    channels_[0].exists = true;
+    channels_[0].started = true;
+    producer_ = std::thread([this] { producer_main(); });
 }
 
 Pipeline::~Pipeline() {
@@ -89,12 +82,28 @@ void Pipeline::shutdown() {
             std::fclose(frameLog_);
             frameLog_ = nullptr;
         }
-        if (config_.pace == Pace::Lockstep) {
-            source_clock_stop();
-        }
         clockFile_.close();
         shutDown_ = true;
     });
+}
+
+MI_U64 Pipeline::clock_read() {
+    std::unique_lock<std::mutex> lk(mu_);
+    if (shutDown_) {
+        return monotonic_us();
+    }
+    const bool byConsumer = consumerKnown_ && std::this_thread::get_id() == consumer_;
+    const MI_U64 now = clock_.read(byConsumer, monotonic_us());
+    if (!byConsumer || !clock_.has_cost()) {
+        return now;
+    }
+    // The consumer's progress lets frames arrive (camera pace).
+    if (config_.pace == Pace::Camera) {
+        clockFile_.publish(now);
+    }
+    lk.unlock();
+    wake_.notify_all();
+    return now;
 }
 
 // ---- checks (mu_ held) ----
@@ -177,82 +186,34 @@ bool Pipeline::lockstep_ready() const {
     return true;
 }
 
-// ---- buffers and queues (mu_ held) ----
-
-std::shared_ptr<Pipeline::Buffer> Pipeline::reserve(Port &p) {
-    const int w = p.mode.u16Width;
-    const int h = p.mode.u16Height;
-    std::shared_ptr<Buffer> found;
-    for (const std::shared_ptr<Buffer> &b : p.pool) {
-        if (b->state == Buffer::State::Free) {
-            found = b;
-            break;
+// Camera pace: nothing waits in any fed port's queue.
+bool Pipeline::fed_queues_empty() const {
+    for (int port = 0; port < kVpePorts; ++port) {
+        if (fed(0, port) && !channels_[0].ports[port].queue.empty()) {
+            return false;
         }
     }
-    if (!found) {
-        found = std::make_shared<Buffer>();
-        p.pool.push_back(found);
-    }
-    if (found->width != w || found->height != h) {
-        found->data.assign(static_cast<size_t>(w) * h * 3 / 2, 0);
-        found->width = w;
-        found->height = h;
-    }
-    found->state = Buffer::State::Filling;
-    return found;
+    return true;
 }
 
-void Pipeline::enqueue(int chn, int port, Buffer *b) {
-    Port &p = channels_[chn].ports[port];
-    const bool wasEmpty = p.queue.empty();
-    // A full queue keeps the newest frames, as a camera that cannot wait.
-    while (!p.queue.empty() && p.queue.size() >= p.queueDepth) {
-        Buffer *oldest = p.queue.front();
-        p.queue.erase(p.queue.begin());
-        log_fate(*oldest, "dropped", chn, port);
-        oldest->state = Buffer::State::Free;
+// May the producer queue the next source frame now?
+bool Pipeline::next_frame_may_come() const {
+    switch (config_.pace) {
+        case Pace::Lockstep:
+            return lockstep_ready();
+        case Pace::Camera:
+            return any_fed() && clock_.may_arrive(nextStamp_, fed_queues_empty());
+        case Pace::Realtime:
+            break;
     }
-    p.queue.push_back(b);
-    b->state = Buffer::State::Queued;
-    if (wasEmpty) {
-        signal_fds(p);
-    }
+    return true;
 }
 
-void Pipeline::drop_queued(int chn, int port) {
-    Port &p = channels_[chn].ports[port];
-    for (Buffer *b : p.queue) {
-        log_fate(*b, "dropped", chn, port);
-        b->state = Buffer::State::Free;
-    }
-    p.queue.clear();
-    drain_fds(p);
-}
-
-void Pipeline::log_fate(const Buffer &b, const char *fate, int chn, int port) {
-    if (!frameLog_) {
-        return;
-    }
-    std::fprintf(frameLog_, "%llu %llu %s %d.%d\n", static_cast<unsigned long long>(b.sourceIndex),
-                 static_cast<unsigned long long>(b.pts), fate, chn, port);
-    // Replay tools read the log live or after the process was killed.
-    std::fflush(frameLog_);
-}
-
-// The eventfd counters are non-zero exactly while the queue is not empty:
-// written on the first queued frame, drained when the last one leaves.
-void Pipeline::signal_fds(Port &p) {
-    for (int fd : p.fds) {
-        const uint64_t one = 1;
-        [[maybe_unused]] const ssize_t n = ::write(fd, &one, sizeof one);
-    }
-}
-
-void Pipeline::drain_fds(Port &p) {
-    for (int fd : p.fds) {
-        uint64_t value = 0;
-        [[maybe_unused]] const ssize_t n = ::read(fd, &value, sizeof value);
-    }
+// Camera pace: a frame due by the consumer's time is still to be queued to
+// this port, so taking one now would take the wrong one.
+bool Pipeline::arrivals_pending(int chn, int port) const {
+    return config_.pace == Pace::Camera && chn == 0 && fed(chn, port) && !stats_.sourceEnded &&
+           !clock_.arrivals_done(nextStamp_);
 }
 
 // ---- channels ----
@@ -431,10 +392,7 @@ int Pipeline::set_depth(const MI_SYS_ChnPort_t &cp, MI_U32 userDepth, MI_U32 que
             ++p.generation;
         } else {
             while (p.queue.size() > queueDepth) {
-                Buffer *oldest = p.queue.front();
-                p.queue.erase(p.queue.begin());
-                log_fate(*oldest, "dropped", chn, port);
-                oldest->state = Buffer::State::Free;
+                drop_oldest(chn, port);
             }
         }
     }
@@ -487,230 +445,9 @@ int Pipeline::close_fd(MI_S32 fd) {
     return E_MI_ERR_ILLEGAL_PARAM;  // not ours: never close a descriptor we did not create
 }
 
-// ---- frames ----
-
-int Pipeline::get_buf(const MI_SYS_ChnPort_t &cp, MI_SYS_BufInfo_t *info, MI_SYS_BUF_HANDLE *handle) {
-    {
-        std::lock_guard<std::mutex> lk(mu_);
-        if (stopped()) {
-            return E_MI_ERR_NOT_INIT;
-        }
-        ++getbufCalls_;
-        const Faults &f = config_.faults;
-        if (getbufCalls_ == f.getbufFailAt || (f.getbufFailEvery && getbufCalls_ % f.getbufFailEvery == 0)) {
-            return E_MI_ERR_FAILED;  // the frame stays queued
-        }
-        if (const int err = check_chn_port(cp)) {
-            return err;
-        }
-        const int chn = static_cast<int>(cp.u32ChnId);
-        const int port = static_cast<int>(cp.u32PortId);
-        Port &p = channels_[chn].ports[port];
-        if (!p.enabled) {
-            return E_MI_ERR_NOT_ENABLE;
-        }
-        if (p.queue.empty()) {
-            return E_MI_ERR_BUF_EMPTY;
-        }
-        if (p.held >= p.userDepth) {
-            return E_MI_ERR_NOBUF;  // the user already holds as many frames as allowed
-        }
-        Buffer *b = p.queue.front();
-        p.queue.erase(p.queue.begin());
-        if (p.queue.empty()) {
-            drain_fds(p);
-        }
-        b->state = Buffer::State::Held;
-        b->handle = nextHandle_;
-        nextHandle_ = nextHandle_ == INT32_MAX ? 1 : nextHandle_ + 1;
-        ++p.held;
-        log_fate(*b, "taken", chn, port);
-        if (config_.pace == Pace::Lockstep) {
-            source_clock_frame(b->pts);
-            clockFile_.publish(b->pts);
-        }
-
-        std::memset(info, 0, sizeof *info);
-        info->u64Pts = b->pts;
-        info->eBufType = E_MI_SYS_BUFDATA_FRAME;
-        info->bEndOfStream = MI_FALSE;
-        MI_SYS_FrameData_t &fd = info->stFrameData;
-        fd.ePixelFormat = E_MI_SYS_PIXEL_FRAME_YUV_SEMIPLANAR_420;
-        fd.eCompressMode = E_MI_SYS_COMPRESS_MODE_NONE;
-        fd.u16Width = static_cast<MI_U16>(b->width);
-        fd.u16Height = static_cast<MI_U16>(b->height);
-        const size_t luma = static_cast<size_t>(b->width) * b->height;
-        fd.pVirAddr[0] = b->data.data();
-        fd.pVirAddr[1] = b->data.data() + luma;
-        fd.u32Stride[0] = static_cast<MI_U32>(b->width);
-        fd.u32Stride[1] = static_cast<MI_U32>(b->width);
-        fd.u32BufSize = static_cast<MI_U32>(b->data.size());
-        *handle = b->handle;
-    }
-    wake_.notify_all();
-    return 0;
-}
-
-int Pipeline::put_buf(MI_SYS_BUF_HANDLE handle) {
-    bool reportFailure = false;
-    {
-        std::lock_guard<std::mutex> lk(mu_);
-        if (stopped()) {
-            return E_MI_ERR_NOT_INIT;
-        }
-        ++putbufCalls_;
-        bool found = false;
-        for (Channel &c : channels_) {
-            for (Port &p : c.ports) {
-                for (const std::shared_ptr<Buffer> &b : p.pool) {
-                    if (b->state == Buffer::State::Held && b->handle == handle) {
-                        b->state = Buffer::State::Free;
-                        b->handle = 0;
-                        --p.held;
-                        found = true;
-                        break;
-                    }
-                }
-                if (found) {
-                    break;
-                }
-            }
-            if (found) {
-                break;
-            }
-        }
-        if (!found) {
-            return E_MI_ERR_ILLEGAL_PARAM;  // unknown handle, or given back twice
-        }
-        // The injected failure only reports an error: the buffer is released
-        // all the same, so a caller that merely logs it keeps running.
-        reportFailure = config_.faults.putbufFailEvery && putbufCalls_ % config_.faults.putbufFailEvery == 0;
-    }
-    wake_.notify_all();
-    return reportFailure ? E_MI_ERR_FAILED : 0;
-}
-
 PipelineStats Pipeline::stats() const {
     std::lock_guard<std::mutex> lk(mu_);
     return stats_;
-}
-
-// ---- producer ----
-
-void Pipeline::producer_main() {
-    try {
-        produce();
-    } catch (const std::exception &e) {
-        std::fprintf(stderr, "host platform: frame producer stopped: %s\n", e.what());
-    } catch (...) {
-        std::fprintf(stderr, "host platform: frame producer stopped\n");
-    }
-}
-
-void Pipeline::produce() {
-    std::unique_lock<std::mutex> lk(mu_);
-    // The clip starts only when someone takes frames, so it plays from its start.
-    wake_.wait(lk, [this] { return stopping_ || any_fed(); });
-    const bool lockstep = config_.pace == Pace::Lockstep;
-    const bool live = source_->live();
-    const Clock::duration period = seconds_to_duration(1.0 / source_->fps());
-    const Faults &faults = config_.faults;
-    bool stallDone = faults.stallSeconds <= 0.0;
-    Clock::time_point due = Clock::now();
-    uint64_t index = 0;
-    int hintWidth = 0;
-    int hintHeight = 0;
-    std::vector<Target> targets;
-    targets.reserve(kVpePorts);
-
-    while (!stopping_) {
-        if (!stallDone && index == faults.stallAtFrame) {
-            stallDone = true;
-            wake_.wait_for(lk, seconds_to_duration(faults.stallSeconds), [this] { return stopping_; });
-            due = Clock::now();
-        }
-        if (lockstep) {
-            wake_.wait(lk, [this] { return stopping_ || lockstep_ready(); });
-        } else if (!live) {
-            wake_.wait_until(lk, due, [this] { return stopping_; });
-        }
-        if (stopping_) {
-            break;
-        }
-        targets.clear();
-        for (int port = 0; port < kVpePorts; ++port) {
-            if (fed(0, port)) {
-                Port &p = channels_[0].ports[port];
-                targets.push_back(Target{port, p.generation, reserve(p)});
-            }
-        }
-        if (targets.empty() && hintWidth == 0) {
-            // The port that started the clip went away before its first frame.
-            wake_.wait(lk, [this] { return stopping_ || any_fed(); });
-            continue;
-        }
-        if (!targets.empty()) {
-            const Port &first = channels_[0].ports[targets.front().port];
-            hintWidth = first.mode.u16Width;
-            hintHeight = first.mode.u16Height;
-        }
-
-        lk.unlock();
-        bool ok = false;
-        try {
-            ok = source_->next(hintWidth, hintHeight);
-            if (!ok && config_.loop && source_->rewind()) {
-                ok = source_->next(hintWidth, hintHeight);
-            }
-            for (size_t i = 0; ok && i < targets.size(); ++i) {
-                Buffer &b = *targets[i].buffer;
-                source_->render(b.width, b.height, b.data.data());
-            }
-        } catch (const std::exception &e) {
-            std::fprintf(stderr, "host platform: reading FACEDET_SOURCE failed: %s\n", e.what());
-            ok = false;
-        }
-        lk.lock();
-
-        if (!ok) {
-            for (Target &t : targets) {
-                t.buffer->state = Buffer::State::Free;
-            }
-            targets.clear();
-            stats_.sourceEnded = true;
-            break;
-        }
-        // Lockstep frames carry the source's own time, realtime ones the wall clock.
-        const MI_U64 pts = lockstep ? source_frame_time(index, source_->fps()) : monotonic_us();
-        for (Target &t : targets) {
-            Buffer *b = t.buffer.get();
-            if (fed(0, t.port) && channels_[0].ports[t.port].generation == t.generation) {
-                b->sourceIndex = index;
-                b->pts = pts;
-                enqueue(0, t.port, b);
-            } else {
-                b->state = Buffer::State::Free;  // the port went away meanwhile
-            }
-        }
-        targets.clear();
-        ++index;
-        stats_.sourceFrames = index;
-        due += period;
-        const Clock::time_point now = Clock::now();
-        if (due + period < now) {
-            due = now;  // fell behind (slow decoder): go on at the source rate, no burst
-        }
-    }
-
-    if (stopping_ || !stats_.sourceEnded || !config_.exitAtEnd) {
-        return;
-    }
-    wake_.wait(lk, [this] { return stopping_ || channel0_idle(); });
-    if (stopping_) {
-        return;
-    }
-    lk.unlock();
-    ::kill(::getpid(), SIGTERM);
 }
 
 }  // namespace host

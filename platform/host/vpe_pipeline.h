@@ -1,8 +1,9 @@
 /*
- * The emulated media pipeline: VPE channels and their output ports, the
- * per-port frame queues and buffer pools, the descriptors that signal a
- * queued frame, and the producer thread that feeds channel 0 from the frame
- * source.
+ * The emulated media pipeline: VPE channels and their output ports
+ * (vpe_pipeline.cpp), the per-port frame queues and buffer pools with the
+ * descriptors that signal a queued frame (vpe_port_queue.cpp), and the
+ * producer thread that feeds channel 0 from the frame source at the
+ * configured pace (vpe_producer.cpp).
  *
  * Thread-safe: every public method may be called from any thread while the
  * producer runs. Methods return 0 or an MI error identifier (MI_ErrCode_e);
@@ -22,6 +23,7 @@
 #include "host_config.h"
 #include "mi_sys_datatype.h"
 #include "mi_vpe.h"
+#include "pace_clock.h"
 #include "source_clock.h"
 
 namespace host {
@@ -71,6 +73,10 @@ class Pipeline {
     int close_fd(MI_S32 fd);
     int get_buf(const MI_SYS_ChnPort_t &port, MI_SYS_BufInfo_t *info, MI_SYS_BUF_HANDLE *handle);
     int put_buf(MI_SYS_BUF_HANDLE handle);
+
+    // MI_SYS_GetCurPts: the clock of the configured pace. A read by the
+    // thread that took the last frame counts as its progress (camera pace).
+    MI_U64 clock_read();
 
     PipelineStats stats() const;
 
@@ -123,14 +129,17 @@ class Pipeline {
     bool any_fed() const;
     bool channel0_idle() const;
     bool lockstep_ready() const;
+    bool fed_queues_empty() const;
+    bool next_frame_may_come() const;
+    bool arrivals_pending(int chn, int port) const;
     std::shared_ptr<Buffer> reserve(Port &p);
     void enqueue(int chn, int port, Buffer *b);
     void drop_queued(int chn, int port);
-    void free_buffer(Port &p, Buffer *b);
+    void drop_oldest(int chn, int port);
     void log_fate(const Buffer &b, const char *fate, int chn, int port);
     void signal_fds(Port &p);
     void drain_fds(Port &p);
-    void reset_port(int chn, int port);
+    void take_front(int chn, int port, MI_SYS_BufInfo_t *info, MI_SYS_BUF_HANDLE *handle);
     bool stopped() const { return stopping_ || shutDown_; }
 
     void producer_main();
@@ -141,13 +150,20 @@ class Pipeline {
     std::thread producer_;
     std::once_flag shutdownOnce_;
 
-    mutable std::mutex mu_;         // guards every member below
-    std::condition_variable wake_;  // the producer waits on it; notified on every state change
+    mutable std::mutex mu_;  // guards every member below
+    // The producer and a paced take wait on it; notified on every state change.
+    std::condition_variable wake_;
     Channel channels_[kVpeChannels];
     bool stopping_ = false;  // the producer must return
     bool shutDown_ = false;  // everything freed; calls fail
     std::FILE *frameLog_;
-    ClockFile clockFile_;  // lockstep with a clock path: the source time for other processes
+    PaceClock clock_;
+    ClockFile clockFile_;  // lockstep and camera with a clock path: the source time for other processes
+    // The stamp of the next source frame, once known; camera pace takes wait
+    // until every frame due by the consumer's time has been queued.
+    MI_U64 nextStamp_ = 0;
+    bool consumerKnown_ = false;
+    std::thread::id consumer_;  // the thread that took the last frame
     MI_SYS_BUF_HANDLE nextHandle_ = 1;
     uint64_t getbufCalls_ = 0;
     uint64_t putbufCalls_ = 0;

@@ -39,6 +39,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     std::string error;
     host::parse_faults(setting, &faults, &error);
     host::parse_pace(setting, &pace, &error);
+    double frameCostMs = 0;
+    if (host::parse_frame_cost(setting, &frameCostMs, &error) && !(frameCostMs > 0 && frameCostMs <= 10000)) {
+        abort();  // a cost the platform accepted must be one it can charge
+    }
 
     const size_t start = split < size ? split + 1 : size;
     FILE *file = fopen(clip_path().c_str(), "wb");

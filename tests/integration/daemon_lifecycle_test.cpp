@@ -41,6 +41,7 @@ TEST_F(DaemonTest, BadSettingsGetOneClearLineAndStatus255) {
     } rows[] = {
         {"FACEDET_SOURCE", dir_.file("missing.nv12"), "missing.nv12", true},
         {"FACEDET_FAULTS", "explode=1", "explode", true},
+        {"FACEDET_FRAME_COST_MS", "0", "FACEDET_FRAME_COST_MS '0' is not a number of milliseconds", true},
         {"FACEDET_SHM_KEY", "0xZZ", "faceDet: FACEDET_SHM_KEY='0xZZ' is not a key (decimal or 0x-hex)\n",
          false},
     };

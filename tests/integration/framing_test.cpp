@@ -216,6 +216,16 @@ const scenario::FaceTruth *face_of(const scenario::Clip &clip, int frame, int pe
 // Every auto-framing case runs on each engine built: the camera's quantised
 // network (mnn) finds fewer small faces than the float export (opencv), so a
 // case that holds on one only says nothing of the other.
+// Every packet camera_sim received, byte for byte, without its time stamp.
+std::vector<std::string> received_packets(const std::string &simLog) {
+    std::vector<std::string> bytes;
+    for (size_t at = 0; (at = simLog.find("\"event\":\"rx\",\"len\"", at)) != std::string::npos; ++at) {
+        const size_t from = simLog.find("\"bytes\"", at);
+        bytes.push_back(simLog.substr(from, simLog.find('\n', from) - from));
+    }
+    return bytes;
+}
+
 std::vector<std::string> engines_built() {
     std::vector<std::string> names;
     for (EngineKind kind : built_engines()) {
@@ -255,9 +265,12 @@ class FramingRun : public DaemonTest {
     std::unique_ptr<ChildProcess> start_daemon(const std::string &source, bool loop) {
         frameLog_ = dir_.file("frames.log");
         std::map<std::string, std::string> env = {{"FACEDET_SOURCE", source},
-                                                  {"FACEDET_PACE", "lockstep"},
+                                                  {"FACEDET_PACE", pace_},
                                                   {"FACEDET_FRAME_LOG", frameLog_},
                                                   {kEngineVariable, engine_}};
+        if (!frameCostMs_.empty()) {
+            env["FACEDET_FRAME_COST_MS"] = frameCostMs_;
+        }
         env[loop ? "FACEDET_LOOP" : "FACEDET_EXIT_AT_END"] = "1";
         if (armDaemon_.empty()) {
             return start(env);
@@ -310,11 +323,13 @@ class FramingRun : public DaemonTest {
         EXPECT_EQ(out_.find("MsgBuf[1]=0 "), std::string::npos);
         EXPECT_EQ(out_.find("stop Auto_Frame detect!"), std::string::npos);
         const std::string frames = read_file(frameLog_);
-        EXPECT_EQ(count_of(frames, " taken "), static_cast<size_t>(clip_.frames)) << frames;
-        EXPECT_EQ(count_of(frames, " dropped "), 0u);
-
+        const size_t taken = count_of(frames, " taken ");
+        if (pace_ == "lockstep") {
+            EXPECT_EQ(taken, static_cast<size_t>(clip_.frames)) << frames;
+            EXPECT_EQ(count_of(frames, " dropped "), 0u);
+        }
         std::vector<FrameTrace> traces = frame_traces(out_);
-        EXPECT_EQ(traces.size(), static_cast<size_t>(clip_.frames));
+        EXPECT_EQ(traces.size(), taken);
         size_t sent = 0;
         for (size_t i = 0; i < traces.size(); ++i) {
             EXPECT_EQ(traces[i].frameNumber, static_cast<int>(i) + 1);
@@ -347,7 +362,9 @@ class FramingRun : public DaemonTest {
     }
 
     std::string engine_;
-    std::string armDaemon_;  // run this ARM faceDet under qemu instead of the host one
+    std::string pace_ = "lockstep";
+    std::string frameCostMs_;  // FACEDET_FRAME_COST_MS when not empty
+    std::string armDaemon_;    // run this ARM faceDet under qemu instead of the host one
     scenario::Clip clip_;
     std::string clipPath_;
     std::string simLog_;
@@ -628,14 +645,7 @@ TEST_F(FramingRun, CameraBuildUnderQemuFindsAndSendsWhatThePcBuildDoes) {
         const std::vector<FrameTrace> frames = run_clip();
         EXPECT_FALSE(traced_moves(frames).empty()) << (daemon.empty() ? "PC" : "ARM") << " build never moved";
         boxes.push_back(face_boxes(out_));
-        // Every packet the camera received, byte for byte.
-        std::vector<std::string> bytes;
-        const std::string log = sim_log();
-        for (size_t at = 0; (at = log.find("\"event\":\"rx\",\"len\"", at)) != std::string::npos; ++at) {
-            const size_t from = log.find("\"bytes\"", at);  // what follows the time stamp
-            bytes.push_back(log.substr(from, log.find('\n', from) - from));
-        }
-        sent.push_back(bytes);
+        sent.push_back(received_packets(sim_log()));
         if (HasFailure()) {
             return;
         }
@@ -654,4 +664,43 @@ TEST_F(FramingRun, CameraBuildUnderQemuFindsAndSendsWhatThePcBuildDoes) {
             EXPECT_NEAR(boxes[0][i][v], boxes[1][i][v], v < 4 ? 2 : 0.05) << "box " << i << ", value " << v;
         }
     }
+}
+
+// At the camera's pace each analysed frame costs the camera 200 ms: after the
+// warm-up the daemon takes one frame in six (the port hands out the older of
+// the two newest), its stage lines show the camera's time, and a second run
+// repeats the first exactly.
+TEST_F(FramingRun, CameraPaceTakesOneFrameInSixAndRepeatsItself) {
+    load("walk_across", 99);
+    pace_ = "camera";
+    frameCostMs_ = "200";
+    std::vector<std::string> frameLogs;
+    std::vector<std::vector<std::string>> packets;
+    for (int run = 0; run < 2; ++run) {
+        run_clip();
+        frameLogs.push_back(read_file(frameLog_));
+        packets.push_back(received_packets(sim_log()));
+    }
+    EXPECT_EQ(frameLogs[0], frameLogs[1]);
+    EXPECT_EQ(packets[0], packets[1]);
+    EXPECT_FALSE(packets[0].empty()) << "the camera was never moved";
+    // Frames 0-8 are the warm-up and cost little; from frame 9 on, each
+    // analysed frame lets six more come, and the port keeps the last two.
+    std::vector<int> expected;
+    for (int frame = 0; frame <= 98; ++frame) {
+        if (frame <= 9 || (frame >= 14 && frame <= 92 && frame % 6 == 2) || frame >= 97) {
+            expected.push_back(frame);
+        }
+    }
+    std::vector<int> taken;
+    std::istringstream log(frameLogs[0]);
+    for (std::string line; std::getline(log, line);) {
+        if (line.find(" taken ") != std::string::npos) {
+            taken.push_back(atoi(line.c_str()));
+        }
+    }
+    EXPECT_EQ(taken, expected);
+    EXPECT_EQ(count_of(frameLogs[0], " dropped "), 99 - expected.size());
+    // 200 ms less the 2.1 ms every frame taken costs, in whole milliseconds.
+    EXPECT_EQ(count_of(out_, " ******** invoke time =[197] ms"), expected.size() - 9);
 }

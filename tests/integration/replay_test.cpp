@@ -28,7 +28,7 @@ Replay replay(const TempDir &dir, const std::vector<std::string> &args) {
     ChildProcess::Options options;
     options.args = args;
     options.workDir = dir.path();
-    options.unsetEnv = {"FACEDET_SOURCE", "FACEDET_PACE",      "FACEDET_LOOP",        "FACEDET_EXIT_AT_END",
+    options.unsetEnv = {"FACEDET_SOURCE", "FACEDET_PACE", "FACEDET_FRAME_COST_MS", "FACEDET_LOOP", "FACEDET_EXIT_AT_END",
                         "FACEDET_FAULTS", "FACEDET_FRAME_LOG", "FACEDET_RUNTIME_DIR", "FACEDET_SHM_KEY"};
     ChildProcess child(FACEDET_REPLAY_BIN, options);
     // Sanitizer builds are several times slower; the tool has its own time-outs.

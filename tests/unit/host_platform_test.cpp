@@ -1,7 +1,8 @@
 // The host platform's emulated media pipeline (frames delivered in order
 // through the port's descriptor, queue rules, the frame log, scaling for a port
-// of another size) and the daemon's wrappers' lines and results over it, which
-// its own runs do not print: a refused port, the system's start and end.
+// of another size, the camera's pace and its clock) and the daemon's wrappers'
+// lines and results over it, which its own runs do not print: a refused port,
+// the system's start and end.
 #include <poll.h>
 
 #include <cstring>
@@ -13,6 +14,7 @@
 
 #include "frame_source.h"
 #include "host_platform.h"
+#include "pace_clock.h"
 #include "media/qmt_video_stream.h"
 #include "media/st_sys.h"
 #include "media/st_venc.h"
@@ -34,7 +36,180 @@ bool readable(int fd, int timeoutMs) {
     return poll(&p, 1, timeoutMs) == 1 && (p.revents & POLLIN);
 }
 
+// `frames` frames at `fps`; the luma of frame i is i.
+class CountingSource final : public host::FrameSource {
+  public:
+    CountingSource(double fps, int frames) : fps_(fps), frames_(frames) {}
+    double fps() const override { return fps_; }
+    bool next(int, int) override { return ++current_ < frames_; }
+    void render(int width, int height, uint8_t *dst) override {
+        memset(dst, current_, static_cast<size_t>(width) * height);
+        memset(dst + width * height, 128, static_cast<size_t>(width) * height / 2);
+    }
+    bool rewind() override { return false; }
+
+  private:
+    double fps_;
+    int frames_;
+    int current_ = -1;
+};
+
+struct CameraPaceRun {
+    std::vector<int> taken;                  // source frames in the order taken
+    std::vector<MI_U64> firstAnalysisReads;  // the clock reads of the first analysed frame
+};
+
+// Takes frames from a camera-pace port as the frame loop does: nine warm-up
+// frames with one clock read each, then analysed frames with six.
+CameraPaceRun run_camera_pace(double fps, double costMs, MI_U32 queueDepth, int frames) {
+    host::Config cfg;
+    cfg.pace = host::Pace::Camera;
+    cfg.frameCostMs = costMs;
+    host::Pipeline pipeline(cfg, std::make_unique<CountingSource>(fps, frames), nullptr);
+    MI_VPE_PortMode_t mode{kW, kH, E_MI_SYS_PIXEL_FRAME_YUV_SEMIPLANAR_420, E_MI_SYS_COMPRESS_MODE_NONE};
+    MI_S32 fd = -1;
+    CameraPaceRun run;
+    if (pipeline.set_port_mode(0, 1, mode) != 0 || pipeline.set_depth(port1, 1, queueDepth) != 0 ||
+        pipeline.enable_port(0, 1) != 0 || pipeline.get_fd(port1, &fd) != 0) {
+        ADD_FAILURE() << "port set-up refused";
+        return run;
+    }
+    for (int waited = 0; waited < 5000; waited += 10) {
+        if (!readable(fd, 10)) {
+            if (pipeline.stats().sourceEnded && !readable(fd, 0)) {
+                break;  // the clip is over and nothing is left
+            }
+            continue;
+        }
+        waited = 0;
+        MI_SYS_BufInfo_t info;
+        MI_SYS_BUF_HANDLE handle = 0;
+        if (pipeline.get_buf(port1, &info, &handle) != 0) {
+            ADD_FAILURE() << "a readable port gave no frame after " << run.taken.size();
+            break;
+        }
+        run.taken.push_back(static_cast<const uint8_t *>(info.stFrameData.pVirAddr[0])[0]);
+        pipeline.put_buf(handle);
+        const bool analysed = run.taken.size() > 9;
+        for (int read = 0; read < (analysed ? 6 : 1); ++read) {
+            const MI_U64 now = pipeline.clock_read();
+            if (run.taken.size() == 10) {
+                run.firstAnalysisReads.push_back(now);
+            }
+        }
+    }
+    pipeline.close_fd(fd);
+    return run;
+}
+
+std::vector<int> up_to(int last) {
+    std::vector<int> v;
+    for (int i = 0; i <= last; ++i) {
+        v.push_back(i);
+    }
+    return v;
+}
+
+std::vector<int> operator+(std::vector<int> a, const std::vector<int> &b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
 }  // namespace
+
+// While the camera analyses a frame, later ones wait in the port's queue,
+// which keeps the newest; the next frame taken is the oldest one kept.
+TEST(CameraPace, TakesWhatTheCamerasPortHandsOutAfterEachFrame) {
+    const struct {
+        double fps, costMs;
+        MI_U32 queueDepth;
+        int frames;
+        std::vector<int> taken;
+    } rows[] = {
+        // 200 ms at 30 fps: six frames come per analysis; the older of the two newest is taken.
+        {30, 200, 2, 40, up_to(9) + std::vector<int>{14, 20, 26, 32, 38, 39}},
+        {30, 200, 1, 40, up_to(9) + std::vector<int>{15, 21, 27, 33, 39}},
+        // Faster than the frames: nothing is dropped.
+        {30, 20, 2, 20, up_to(19)},
+        // 250 ms at 10 fps: two or three frames come per analysis.
+        {10, 250, 2, 20, up_to(10) + std::vector<int>{13, 15, 18, 19}},
+    };
+    for (const auto &row : rows) {
+        const CameraPaceRun run = run_camera_pace(row.fps, row.costMs, row.queueDepth, row.frames);
+        EXPECT_EQ(run.taken, row.taken)
+            << row.fps << " fps, " << row.costMs << " ms, depth " << row.queueDepth;
+    }
+    // The stage reads of the first analysed frame (taken at 0.3 s): the rest at
+    // the first, the analysis at the third, so the invoke stage shows it.
+    const MI_U64 rest = 2140, all = 200000, taken = 300000;
+    EXPECT_EQ(run_camera_pace(30, 200, 2, 12).firstAnalysisReads,
+              (std::vector<MI_U64>{taken + rest, taken + rest, taken + all, taken + all, taken + all,
+                                   taken + all}));
+}
+
+// The frame loop's clock reads tell the platform what it did with each frame:
+// one read after a warm-up frame, three with auto framing stopped, six when
+// analysed. Each frame is charged its cost; the analysis lands on the invoke
+// read (the third) unless the last frame was a stopped one.
+TEST(CameraPace, ChargesEachFrameByWhatTheFrameLoopDidWithIt) {
+    const host::FrameCost cost{200000, 2000};
+    const struct {
+        std::vector<int> readsPerFrame;
+        std::vector<MI_U64> costs;
+        std::vector<int> analysisRead;  // 0: not charged
+    } rows[] = {
+        {{1, 1, 6, 6}, {2000, 2000, 200000, 200000}, {0, 0, 3, 3}},
+        // Switched to stopped: the first stopped frame still pays an analysis.
+        {{6, 3, 3, 3}, {200000, 200000, 2000, 2000}, {3, 3, 0, 0}},
+        // Switched back: the first analysed frame is charged a stage late.
+        {{3, 6, 6}, {200000, 200000, 200000}, {3, 4, 3}},
+        {{3, 3, 6, 1, 6}, {200000, 2000, 200000, 2000, 200000}, {3, 0, 4, 0, 3}},
+    };
+    for (const auto &row : rows) {
+        host::CostMeter meter(cost);
+        EXPECT_EQ(meter.charge_read(), 0u) << "nothing is charged before the first frame";
+        std::vector<MI_U64> costs;
+        std::vector<int> analysisRead;
+        for (int reads : row.readsPerFrame) {
+            meter.frame_taken();
+            analysisRead.push_back(0);
+            for (int read = 1; read <= reads; ++read) {
+                if (meter.charge_read() > cost.restUs) {
+                    analysisRead.back() = read;
+                }
+            }
+            costs.push_back(meter.charged());
+        }
+        EXPECT_EQ(costs, row.costs) << ::testing::PrintToString(row.readsPerFrame);
+        EXPECT_EQ(analysisRead, row.analysisRead) << ::testing::PrintToString(row.readsPerFrame);
+    }
+}
+
+TEST(CameraPace, RealtimeHoldsTheNextFrameBackForTheCostAndParsesIt) {
+    host::PaceClock realtime(host::Pace::Realtime, 30, true, host::frame_cost_from_ms(100), 1000);
+    EXPECT_EQ(realtime.hold_until_us(), 1000u) << "nothing held before the first frame";
+    realtime.frame_taken(0, 5000);
+    EXPECT_EQ(realtime.read(true, 5100), 5100u) << "realtime reads stay on the wall clock";
+    EXPECT_EQ(realtime.hold_until_us(), 5000u + 1070);
+    realtime.read(true, 5200);
+    realtime.read(false, 5300);  // not the consumer's: no charge
+    realtime.read(true, 5400);
+    EXPECT_EQ(realtime.hold_until_us(), 5000u + 100000);
+    EXPECT_EQ(host::PaceClock(host::Pace::Realtime, 30, false, host::FrameCost{}, 0).hold_until_us(), 0u);
+
+    for (const char *good : {"160", "0.5", " 10000 ", "33.25"}) {
+        double ms = 0;
+        std::string error;
+        EXPECT_TRUE(host::parse_frame_cost(good, &ms, &error)) << good;
+    }
+    for (const char *bad : {"0", "-5", "abc", "1e3", "10000.5", "inf", "nan", "0x20", "5ms", "."}) {
+        double ms = 0;
+        std::string error;
+        EXPECT_FALSE(host::parse_frame_cost(bad, &ms, &error)) << bad;
+        EXPECT_EQ(error, std::string("FACEDET_FRAME_COST_MS '") + bad +
+                             "' is not a number of milliseconds above 0 and up to 10000");
+    }
+}
 
 TEST(Host, LockstepDeliversEveryFrameInOrderAndLogsIt) {
     constexpr int kFrames = 4;

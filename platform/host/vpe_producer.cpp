@@ -1,0 +1,146 @@
+/*
+ * The producer thread of the emulated VPE: reads channel 0's frame source
+ * and queues each frame to the fed ports at the configured pace, decoding
+ * outside the pipeline's mutex so that MI calls never wait for a decoder.
+ */
+#include <chrono>
+#include <csignal>
+#include <exception>
+
+#include <unistd.h>
+
+#include "host_time.h"
+#include "vpe_pipeline.h"
+
+namespace host {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+Clock::duration seconds_to_duration(double seconds) {
+    return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+}
+
+}  // namespace
+
+// ---- producer ----
+
+void Pipeline::producer_main() {
+    try {
+        produce();
+    } catch (const std::exception &e) {
+        std::fprintf(stderr, "host platform: frame producer stopped: %s\n", e.what());
+    } catch (...) {
+        std::fprintf(stderr, "host platform: frame producer stopped\n");
+    }
+}
+
+void Pipeline::produce() {
+    std::unique_lock<std::mutex> lk(mu_);
+    // The clip starts only when someone takes frames, so it plays from its start.
+    wake_.wait(lk, [this] { return stopping_ || any_fed(); });
+    // Realtime frames come on the wall clock; the other paces wait for the consumer.
+    const bool wallPaced = config_.pace == Pace::Realtime && !source_->live();
+    const Clock::duration period = seconds_to_duration(1.0 / source_->fps());
+    const Faults &faults = config_.faults;
+    bool stallDone = faults.stallSeconds <= 0.0;
+    Clock::time_point due = Clock::now();
+    uint64_t index = 0;
+    int hintWidth = 0;
+    int hintHeight = 0;
+    std::vector<Target> targets;
+    targets.reserve(kVpePorts);
+
+    while (!stopping_) {
+        if (!stallDone && index == faults.stallAtFrame) {
+            stallDone = true;
+            wake_.wait_for(lk, seconds_to_duration(faults.stallSeconds), [this] { return stopping_; });
+            due = Clock::now();
+        }
+        if (wallPaced) {
+            wake_.wait_until(lk, due, [this] { return stopping_; });
+        } else {
+            wake_.wait(lk, [this] { return stopping_ || next_frame_may_come(); });
+        }
+        if (stopping_) {
+            break;
+        }
+        targets.clear();
+        for (int port = 0; port < kVpePorts; ++port) {
+            if (fed(0, port)) {
+                Port &p = channels_[0].ports[port];
+                targets.push_back(Target{port, p.generation, reserve(p)});
+            }
+        }
+        if (targets.empty() && hintWidth == 0) {
+            // The port that started the clip went away before its first frame.
+            wake_.wait(lk, [this] { return stopping_ || any_fed(); });
+            continue;
+        }
+        if (!targets.empty()) {
+            const Port &first = channels_[0].ports[targets.front().port];
+            hintWidth = first.mode.u16Width;
+            hintHeight = first.mode.u16Height;
+        }
+
+        lk.unlock();
+        bool ok = false;
+        try {
+            ok = source_->next(hintWidth, hintHeight);
+            if (!ok && config_.loop && source_->rewind()) {
+                ok = source_->next(hintWidth, hintHeight);
+            }
+            for (size_t i = 0; ok && i < targets.size(); ++i) {
+                Buffer &b = *targets[i].buffer;
+                source_->render(b.width, b.height, b.data.data());
+            }
+        } catch (const std::exception &e) {
+            std::fprintf(stderr, "host platform: reading FACEDET_SOURCE failed: %s\n", e.what());
+            ok = false;
+        }
+        lk.lock();
+
+        if (!ok) {
+            for (Target &t : targets) {
+                t.buffer->state = Buffer::State::Free;
+            }
+            targets.clear();
+            stats_.sourceEnded = true;
+            wake_.notify_all();  // a camera-pace take may wait for this frame
+            break;
+        }
+        const MI_U64 pts = clock_.frame_stamp(index, monotonic_us());
+        for (Target &t : targets) {
+            Buffer *b = t.buffer.get();
+            if (fed(0, t.port) && channels_[0].ports[t.port].generation == t.generation) {
+                b->sourceIndex = index;
+                b->pts = pts;
+                enqueue(0, t.port, b);
+            } else {
+                b->state = Buffer::State::Free;  // the port went away meanwhile
+            }
+        }
+        targets.clear();
+        ++index;
+        stats_.sourceFrames = index;
+        nextStamp_ = clock_.frame_stamp(index, monotonic_us());
+        wake_.notify_all();
+        due += period;
+        const Clock::time_point now = Clock::now();
+        if (due + period < now) {
+            due = now;  // fell behind (slow decoder): go on at the source rate, no burst
+        }
+    }
+
+    if (stopping_ || !stats_.sourceEnded || !config_.exitAtEnd) {
+        return;
+    }
+    wake_.wait(lk, [this] { return stopping_ || channel0_idle(); });
+    if (stopping_) {
+        return;
+    }
+    lk.unlock();
+    ::kill(::getpid(), SIGTERM);
+}
+
+}  // namespace host
