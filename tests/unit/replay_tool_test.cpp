@@ -9,6 +9,7 @@
 
 #include "framing_score.h"
 #include "replay_log.h"
+#include "replay_report.h"
 #include "truth_file.h"
 
 using namespace replay;
@@ -74,7 +75,14 @@ TEST(ReplayDaemonLog, ReadsWarmUpAnalysedAndMovingFramesBetweenOtherThreadsLines
     const std::string faceless = frame_header(11) + stage("get frame", 0) +
                                  "/n/n/n ***************** faceNum = 0 ************ " +
                                  stage("strategies", 0);
-    const DaemonLog log = parse_daemon_log(out + moving + faceless);
+    const DaemonLog log = parse_daemon_log(
+        out + moving + faceless,
+        "host platform: camera pace, camera time 160.0 ms per analysed frame, 1.7 ms per frame taken but not "
+        "analysed\n");
+    EXPECT_EQ(log.frameCostMs, 160.0);
+    EXPECT_EQ(parse_daemon_log(out).frameCostMs, -1) << "no cost line, no cost";
+    // By the daemon's own clock: one frame's "all" of 11 ms, 11.5 on average.
+    EXPECT_DOUBLE_EQ(summarise(RunInfo(), log, {}, SimLog(), {}).analysedFps, 1000 / 11.5);
     ASSERT_EQ(log.frames.size(), 11u);
     EXPECT_FALSE(log.cutAtEnd);
     for (int i = 0; i < 9; ++i) {

@@ -44,7 +44,8 @@ void on_signal(int) {
 struct Options {
     std::string source;
     std::string out;
-    bool lockstep = false;
+    std::string pace = "camera";  // camera, lockstep or realtime
+    double frameCostMs = 0;       // 0: the platform's default (camera) or none (realtime)
     double seconds = 0;
     bool gamma = false;
     bool force = false;
@@ -56,12 +57,18 @@ struct Options {
 void usage(FILE *out) {
     fprintf(
         out,
-        "usage: facedet_replay SOURCE --out DIR [--lockstep] [--seconds S] [--gamma] [--force]\n"
-        "                      [--timeout S] [--engine mnn|opencv] [--truth truth.csv]\n"
+        "usage: facedet_replay SOURCE --out DIR [--pace camera|lockstep|realtime] [--frame-cost MS]\n"
+        "                      [--seconds S] [--gamma] [--force] [--timeout S] [--engine mnn|opencv]\n"
+        "                      [--truth truth.csv]\n"
         "  Plays SOURCE (video, image or raw NV12 416x234 clip) through faceDet with camera_sim\n"
         "  as the camera, and writes DIR/replay.mp4, timeline.png, report.html, summary.json\n"
         "  and the raw logs in DIR/logs/.\n"
-        "  --lockstep   next frame once the daemon gave the last one back (deterministic)\n"
+        "  --pace P     camera (default): on the clip's time, each frame costs the camera's time\n"
+        "               and frames that come meanwhile are dropped as the camera's port does;\n"
+        "               lockstep: every frame, on the clip's time; realtime: the wall clock\n"
+        "  --lockstep   the same as --pace lockstep\n"
+        "  --frame-cost MS  the camera's milliseconds per analysed frame (camera pace: default\n"
+        "               the platform's reference camera; realtime: hold each next frame back by it)\n"
         "  --seconds S  loop the source and stop after S seconds of auto framing\n"
         "  --gamma      run gamma_peer against the daemon and report its answers\n"
         "  --force      write into DIR even if it holds files (ours are replaced)\n"
@@ -71,11 +78,11 @@ void usage(FILE *out) {
         "  --truth F    score the camera's view against the true faces in F (CSV frame,person,x,y,w,h)\n");
 }
 
-bool parse_seconds(const char *text, double *value) {
+bool parse_positive(const char *text, double limit, double *value) {
     char *end = nullptr;
     errno = 0;
     const double v = strtod(text, &end);
-    if (errno != 0 || end == text || *end != '\0' || !(v > 0) || v > 86400) {
+    if (errno != 0 || end == text || *end != '\0' || !(v > 0) || v > limit) {
         return false;
     }
     *value = v;
@@ -93,7 +100,21 @@ int parse_options(int argc, char **argv, Options *o) {
         } else if (arg == "--out" && hasValue) {
             o->out = argv[++i];
         } else if (arg == "--lockstep") {
-            o->lockstep = true;
+            o->pace = "lockstep";
+        } else if (arg == "--pace" && hasValue) {
+            o->pace = argv[++i];
+            if (o->pace != "camera" && o->pace != "lockstep" && o->pace != "realtime") {
+                fprintf(stderr, "facedet_replay: --pace is camera, lockstep or realtime, not '%s'\n",
+                        argv[i]);
+                return 2;
+            }
+        } else if (arg == "--frame-cost" && hasValue) {
+            if (!parse_positive(argv[++i], 10000, &o->frameCostMs)) {
+                fprintf(stderr,
+                        "facedet_replay: --frame-cost wants milliseconds above 0 and up to 10000, not '%s'\n",
+                        argv[i]);
+                return 2;
+            }
         } else if (arg == "--gamma") {
             o->gamma = true;
         } else if (arg == "--truth" && hasValue) {
@@ -103,7 +124,7 @@ int parse_options(int argc, char **argv, Options *o) {
         } else if (arg == "--force") {
             o->force = true;
         } else if ((arg == "--seconds" || arg == "--timeout") && hasValue) {
-            if (!parse_seconds(argv[++i], arg == "--seconds" ? &o->seconds : &o->timeout)) {
+            if (!parse_positive(argv[++i], 86400, arg == "--seconds" ? &o->seconds : &o->timeout)) {
                 fprintf(stderr, "facedet_replay: %s wants a positive number of seconds, not '%s'\n",
                         arg.c_str(), argv[i]);
                 return 2;
@@ -118,6 +139,11 @@ int parse_options(int argc, char **argv, Options *o) {
     }
     if (o->source.empty() || o->out.empty()) {
         usage(stderr);
+        return 2;
+    }
+    if (o->frameCostMs > 0 && o->pace == "lockstep") {
+        fprintf(stderr,
+                "facedet_replay: --frame-cost applies to the camera and realtime paces, not lockstep\n");
         return 2;
     }
     return 0;
@@ -386,7 +412,7 @@ int run_replay(const Options &o) {
 
     replay::RunInfo run;
     run.source = absolute(o.source);
-    run.pace = o.lockstep ? "lockstep" : "realtime";
+    run.pace = o.pace;
     run.seconds = o.seconds;
     run.gammaAsked = o.gamma;
     if (o.gamma && !is_executable(gammaBin)) {
@@ -437,9 +463,9 @@ int run_replay(const Options &o) {
     Child sim, daemon, gamma;
     printf("facedet_replay: %s (%s, %.2f fps%s), %s\n", run.source.c_str(), info.kind.c_str(), info.fps,
            info.frames > 0 ? (", " + std::to_string(info.frames) + " frames").c_str() : "", run.pace.c_str());
-    // Lockstep: the camera moves on the source time the platform publishes.
+    // Lockstep and camera pace: the camera moves on the source time the platform publishes.
     std::vector<std::string> simArgs = {"--runtime-dir", rt, "--log", simLogPath};
-    if (o.lockstep) {
+    if (o.pace != "realtime") {
         simArgs.insert(simArgs.end(), {"--clock", rt + "/source_clock"});
     }
     if (!sim.start(simBin, simArgs, {}, {}, rt, logs + "/camera_sim.out", logs + "/camera_sim.err")) {
@@ -456,7 +482,13 @@ int run_replay(const Options &o) {
                                               {"FACEDET_SOURCE", run.source},
                                               {"FACEDET_PACE", run.pace},
                                               {"FACEDET_FRAME_LOG", frameLogPath}};
-    std::vector<std::string> unset = {"FACEDET_LOOP", "FACEDET_EXIT_AT_END", "FACEDET_FAULTS"};
+    std::vector<std::string> unset = {"FACEDET_LOOP", "FACEDET_EXIT_AT_END", "FACEDET_FAULTS",
+                                      "FACEDET_FRAME_COST_MS"};
+    if (o.frameCostMs > 0) {
+        char cost[32];
+        snprintf(cost, sizeof cost, "%g", o.frameCostMs);
+        env["FACEDET_FRAME_COST_MS"] = cost;
+    }
     if (!o.engine.empty()) {
         env["FACEDET_ENGINE"] = o.engine;
     }
@@ -616,6 +648,14 @@ int run_replay(const Options &o) {
     printf("facedet_replay: %s: %s\n", run.complete ? "complete" : "incomplete", run.reason.c_str());
     printf("  face detector: %s\n",
            summary.engine.empty() ? "none reported" : (summary.engine + " engine, " + summary.model).c_str());
+    printf("  pace: %s", run.pace.c_str());
+    if (summary.frameCostMs >= 0) {
+        printf(", %.1f ms of the camera's time per analysed frame", summary.frameCostMs);
+    }
+    if (summary.analysedFps >= 0) {
+        printf(", %.2f analysed frames per second", summary.analysedFps);
+    }
+    printf("\n");
     printf("  frames delivered %d, taken %d, dropped %d, analysed %d; faces mean %.2f max %d; moves %d\n",
            summary.delivered, summary.taken, summary.dropped, summary.analysed, summary.facesMean,
            summary.facesMax, summary.moves);

@@ -147,6 +147,10 @@ std::string strip_ansi(const std::string &text) {
 DaemonLog parse_daemon_log(const std::string &out, const std::string &err) {
     DaemonLog log;
     log.cannotOpenSource = err.find("host platform: cannot open FACEDET_SOURCE") != std::string::npos;
+    const std::string costKey = " pace, camera time ";
+    if (const size_t at = err.find(costKey); at != std::string::npos) {
+        log.frameCostMs = std::strtod(err.c_str() + at + costKey.size(), nullptr);
+    }
     // The colour reset follows the line end, so escapes are removed before splitting.
     const std::vector<std::string> lines = whole_lines(strip_ansi(out), &log.cutAtEnd);
 

@@ -40,7 +40,10 @@ struct TakenFrame {
 struct DaemonLog {
     std::vector<TakenFrame> frames;
     bool cannotOpenSource = false;  // the platform could not open FACEDET_SOURCE
-    bool cutAtEnd = false;          // the last line had no line end
+    // The camera's milliseconds per analysed frame the platform charged or
+    // held frames back by (its start-up line); -1 when none applied.
+    double frameCostMs = -1;
+    bool cutAtEnd = false;  // the last line had no line end
     // From the detector's start-up line; empty when it printed none.
     std::string engine, model;
 };
@@ -49,7 +52,7 @@ struct DaemonLog {
 std::string strip_ansi(const std::string &text);
 
 // Reads the daemon's stdout. `err` (its stderr) is only searched for the
-// platform's "cannot open" line. Lines are matched by their text anywhere in
+// platform's "cannot open" line and its frame cost. Lines are matched by their text anywhere in
 // the line, since a printf without a line end lands in front of the next.
 DaemonLog parse_daemon_log(const std::string &out, const std::string &err = "");
 

@@ -109,8 +109,11 @@ Summary summarise(const RunInfo &run, const DaemonLog &daemon, const std::vector
         s.durationSeconds = static_cast<double>(frames.back().ptsUs - frames.front().ptsUs) / 1e6;
     }
 
+    s.frameCostMs = daemon.frameCostMs;
     std::vector<double> getFrame, autogamma, invoke, strategies, all;
     long faceSum = 0;
+    int timedFramingFrames = 0;
+    double framingMs = 0;
     for (size_t i = 0; i < daemon.frames.size(); ++i) {
         const TakenFrame &f = daemon.frames[i];
         if (f.analysed) {
@@ -118,6 +121,11 @@ Summary summarise(const RunInfo &run, const DaemonLog &daemon, const std::vector
         }
         if (f.framingRan) {
             ++s.framingFrames;
+            if (f.allMs >= 0) {
+                // Whole milliseconds as printed: half of one back on average.
+                framingMs += f.allMs + 0.5;
+                ++timedFramingFrames;
+            }
             const int n = static_cast<int>(f.faces.size());
             faceSum += n;
             s.facesMax = std::max(s.facesMax, n);
@@ -150,6 +158,13 @@ Summary summarise(const RunInfo &run, const DaemonLog &daemon, const std::vector
     if (s.durationSeconds > 0) {
         s.movesPerMinute = s.moves * 60.0 / s.durationSeconds;
     }
+    // The rate while the detector runs, by the daemon's own clock: each frame's
+    // "all" time runs from its wait for the frame to the end of its work, so
+    // the sum is the time those frames took (camera time at the camera's
+    // pace, the clip's in lockstep, the wall clock in realtime).
+    if (timedFramingFrames > 0) {
+        s.analysedFps = timedFramingFrames * 1000.0 / framingMs;
+    }
     s.getFrame = spread_of(getFrame);
     s.autogamma = spread_of(autogamma);
     s.invoke = spread_of(invoke);
@@ -173,6 +188,10 @@ std::string summary_json(const Summary &s) {
     j += "  \"reason\": \"" + json_escape(r.reason) + "\",\n";
     j += "  \"source\": \"" + json_escape(r.source) + "\",\n";
     j += "  \"pace\": \"" + json_escape(r.pace) + "\",\n";
+    j += "  \"frame_cost_ms\": " + (s.frameCostMs < 0 ? std::string("null") : fmt("%.1f", s.frameCostMs)) +
+         ",\n";
+    j += "  \"analysed_fps\": " + (s.analysedFps < 0 ? std::string("null") : fmt("%.2f", s.analysedFps)) +
+         ",\n";
     j += "  \"engine\": \"" + json_escape(s.engine) + "\",\n";
     j += "  \"model\": \"" + json_escape(s.model) + "\",\n";
     j += "  \"seconds\": " + fmt("%.1f", r.seconds) + ",\n";
@@ -277,7 +296,11 @@ std::string report_html(const Summary &s, bool haveVideo, bool haveTimeline) {
 
     h += "<h2>Run</h2>\n<table id=\"run\">\n";
     h += row("source", r.source);
-    h += row("pace", r.pace + (r.seconds > 0 ? fmt(", looped for %.1f s", r.seconds) : ", clip once"));
+    h += row("pace", r.pace +
+                         (s.frameCostMs < 0
+                              ? std::string()
+                              : fmt(", %.1f ms of the camera's time per analysed frame", s.frameCostMs)) +
+                         (r.seconds > 0 ? fmt(", looped for %.1f s", r.seconds) : ", clip once"));
     h += row("face detector", s.engine.empty() ? std::string("not reported by the daemon")
                                                : s.engine + " engine, model " + s.model);
     h += row("daemon exit status", std::to_string(r.daemonExit));
@@ -287,6 +310,8 @@ std::string report_html(const Summary &s, bool haveVideo, bool haveTimeline) {
     h += row("frames dropped", std::to_string(s.dropped));
     h += row("frames analysed", std::to_string(s.analysed) + " (" + std::to_string(s.framingFrames) +
                                     " with auto framing running)");
+    h += row("analysed frames per second",
+             s.analysedFps < 0 ? std::string("no frame analysed") : fmt("%.2f", s.analysedFps));
     h += row("duration", fmt("%.2f s", s.durationSeconds));
     h += row("faces per frame", fmt("mean %.2f", s.facesMean) + ", max " + std::to_string(s.facesMax));
     h += row("moves sent", std::to_string(s.moves) + fmt(" (%.1f per minute)", s.movesPerMinute));

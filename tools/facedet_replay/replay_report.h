@@ -14,8 +14,8 @@ namespace replay {
 // A run as the tool drove it; filled in by main.
 struct RunInfo {
     std::string source;
-    std::string pace = "realtime";
-    double seconds = 0;  // 0: the clip once
+    std::string pace = "camera";  // camera, lockstep or realtime
+    double seconds = 0;           // 0: the clip once
     bool gammaAsked = false;
     std::string gammaStatus;  // "ran", "gamma_peer not built", ...
     bool complete = false;
@@ -36,6 +36,8 @@ struct Summary {
     int framesWithFaces = 0;
     int moves = 0, resets = 0, stopFullViews = 0;
     double durationSeconds = 0;  // first to last delivered frame
+    double frameCostMs = -1;     // the camera's time per analysed frame; -1: none applied
+    double analysedFps = -1;     // frames the detector ran on per second of the daemon's clock; -1: none
     double movesPerMinute = 0;
     double firstMoveSeconds = -1;  // from the first delivered frame; -1: none
     Spread getFrame, autogamma, invoke, strategies, all;
