@@ -10,6 +10,7 @@
 # Everything happens in a private temporary folder. Exit 77 (skipped) without
 # the cross compiler.
 set -euo pipefail
+export LC_ALL=C # one sort order for sort and comm
 src=$1
 cc=arm-linux-gnueabihf-gcc
 for tool in $cc arm-linux-gnueabihf-g++ readelf; do
