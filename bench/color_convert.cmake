@@ -2,7 +2,7 @@
 # copy. Included from bench/CMakeLists.txt, which already left out cross builds
 # and builds without Google Benchmark.
 add_executable(color_convert_bench ${CMAKE_CURRENT_LIST_DIR}/color_convert_bench.cpp)
-target_link_libraries(color_convert_bench PRIVATE facedet_core benchmark::benchmark facedet_warnings)
+target_link_libraries(color_convert_bench PRIVATE facedet_autoframe benchmark::benchmark facedet_warnings)
 
 find_path(LIBYUV_INCLUDE_DIR libyuv.h)
 find_library(LIBYUV_LIBRARY yuv)

@@ -38,7 +38,7 @@
 #include <opencv2/videoio.hpp>
 
 #include "detector/face_det_api.h"
-#include "faceDet/auto_gamma.h"
+#include "faceDet/frame_state.h"
 #include "faceDet/box_filter.h"
 #include "faceDet/color_convert.h"
 #include "faceDet/luma_histogram.h"

@@ -27,10 +27,19 @@ constexpr long kTraceFileLimit = 10485760;
 void console_log(const char *file, int line, int level, const char *fmt, ...)
     __attribute__((format(printf, 4, 5)));
 
+// A levelled line of the frame loop and auto framing: their source tag
+// "src/faceDet" and the caller's line.
+#define FD_LOG(level, ...) console_log("src/faceDet", __LINE__, (level), __VA_ARGS__)
+
 // The wall-clock time stamp of trace lines; a static buffer reused by every call.
 char *trace_time_string();
 
 int traceout(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+
+// A trace line with the system's prefix "[time source +line function] ". Each
+// message names its own line and function, so both are given.
+#define TRACE_AT(source, line, function, format, ...) \
+    traceout("[%s %s +%-4d %s] " format, trace_time_string(), (source), (line), (function), ##__VA_ARGS__)
 
 // State of one wrapping trace file. The daemon has one, on the runtime trace
 // path; tests make their own.

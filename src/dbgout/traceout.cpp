@@ -6,7 +6,7 @@
 #include <ctime>
 
 #include "dbgout/dbgout.h"
-#include "faceDet/runtime_env.h"
+#include "dbgout/runtime_env.h"
 
 char *trace_time_string() {
     static char buffer[23];

@@ -2,7 +2,10 @@
 // after the frame-loop unit's tables, so the detector is destroyed first.
 #include "detector/face_det_api.h"
 
-SlimFaceDetector g_faceDetector("./slim-320-quant-ADMM-50.mnn", 480, 320, 4, -1, 0.65f, 0.3f);
+#include "dbgout/construction_order.h"
+
+FACEDET_CONSTRUCT_FACE_DETECTOR SlimFaceDetector g_faceDetector("./slim-320-quant-ADMM-50.mnn", 480, 320, 4, -1,
+                                                                0.65f, 0.3f);
 
 FaceResult face_result_from_box(const FaceBox &box) {
     FaceResult r;

@@ -5,17 +5,13 @@
 #include <cstdio>
 #include <cstring>
 
-#include "faceDet/get_stream_thread.h"
-#include "share_memory/share_memory.h"
+#include "faceDet/frame_geometry.h"
 
-static_assert(sizeof(GammaRecord) == kTrackDataBytes, "a gamma record fills the segment's data area");
 static_assert(kGammaPixels == kLumaBytes, "the statistics divide by the analysis frame's pixels");
 
 int32_t cur_isuse = 0;
 int32_t pre_isuse = 0;
 uint8_t reverseFlag = 0;
-
-const GammaIo kShmGammaIo = {shm_track_map_read, shm_track_map_write};
 
 namespace {
 
@@ -67,11 +63,6 @@ int32_t truncate_blend(float value) {
 
 }  // namespace
 
-GammaState &daemon_gamma_state() {
-    // The tables are never resized, so their storage stays where it is.
-    static GammaState state{cur_isuse, pre_isuse, reverseFlag, appliedOffsets.data(), newOffsets.data()};
-    return state;
-}
 
 void gamma_statistics(const float W[kGammaLevels], GammaStats *stats) {
     const int N = kGammaPixels;

@@ -41,9 +41,6 @@ extern int32_t cur_isuse;
 extern int32_t pre_isuse;
 extern uint8_t reverseFlag;
 
-// The daemon's state bound to the globals above and to appliedOffsets and
-// newOffsets of the frame loop.
-GammaState &daemon_gamma_state();
 
 // Statistics of a luma histogram, as stored in the record.
 struct GammaStats {
@@ -85,13 +82,12 @@ void gamma_handshake(GammaState &state, const GammaRecord &record);
 // statistics as they were and sets valid 0. Returns valid.
 int32_t gamma_answer(GammaState &state, GammaRecord &record, float hist[kGammaLevels]);
 
-// How the step reaches the segment; 1 on success, 0 on failure.
+// How the step reaches the segment; 1 on success, 0 on failure. The frame
+// loop passes the shared-memory track map (its 3 ms timed lock).
 struct GammaIo {
     int (*read)(void *record);
     int (*write)(const void *record);
 };
-// Through the shared-memory track map (its 3 ms timed lock).
-extern const GammaIo kShmGammaIo;
 
 // What a frame's step did.
 enum GammaStepResult {
@@ -105,6 +101,6 @@ enum GammaStepResult {
 // the record back. hist is the frame's histogram (normalised in place when
 // answering). Allocates nothing.
 GammaStepResult auto_gamma_step(GammaState &state, GammaRecord &threadCopy, float hist[kGammaLevels],
-                                const GammaIo &io = kShmGammaIo);
+                                const GammaIo &io);
 
 #endif

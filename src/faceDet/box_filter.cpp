@@ -1,7 +1,7 @@
 #include "faceDet/box_filter.h"
 
 #include "dbgout/dbgout.h"
-#include "faceDet/get_stream_thread.h"
+#include "faceDet/frame_geometry.h"
 
 namespace {
 
@@ -48,8 +48,8 @@ void filter_face_boxes(const std::vector<FaceResult> &faces, std::vector<Rect_t>
         if (w < kMinSide || h < kMinSide) {
             continue;
         }
-        console_log("src/faceDet", __LINE__, LOG_INFO, "face box (x, y, w, h) = (%d, %d, %d, %d), score = %f",
-                    x, y, w, h, static_cast<double>(face.score));
+        FD_LOG(LOG_INFO, "face box (x, y, w, h) = (%d, %d, %d, %d), score = %f", x, y, w, h,
+               static_cast<double>(face.score));
         frameBoxes.push_back({x, y, w, h});
         outputBoxes.push_back(
             {scale_to_output(x, kOutputWidth, kFrameWidth), scale_to_output(y, kOutputHeight, kFrameHeight),

@@ -9,7 +9,7 @@
 
 #include "dbgout/dbgout.h"
 #include "detector/face_det_api.h"
-#include "faceDet/auto_gamma.h"
+#include "faceDet/frame_state.h"
 #include "faceDet/box_filter.h"
 #include "faceDet/color_convert.h"
 #include "faceDet/luma_histogram.h"
@@ -21,12 +21,12 @@
 #include "share_memory/share_memory.h"
 #include "visca/visca.h"
 
-#define FD_LOG(level, ...) console_log("src/faceDet", __LINE__, (level), __VA_ARGS__)
+// Levelled lines go through FD_LOG, tagged "src/faceDet" (dbgout.h).
 
-// This unit's tables are constructed before the detector's (link order), and
-// so destroyed after it.
-std::vector<int32_t> appliedOffsets(256, 0);
-std::vector<int32_t> newOffsets(256, 0);
+// Constructed before the detector, and so destroyed after it (see construction_order.h).
+FACEDET_CONSTRUCT_GAMMA_TABLES std::vector<int32_t> appliedOffsets(256, 0);
+FACEDET_CONSTRUCT_GAMMA_TABLES std::vector<int32_t> newOffsets(256, 0);
+
 
 MI_U64 time_00, time_get_frame, time_autogamma, time_invoke, time_strategies, time_11;
 MI_U64 time_PTZ, lastTime, newTime, Present_Time;
@@ -228,7 +228,7 @@ void run_frame_loop(QMT_Stream_Stauts_t *stream, MI_S32 fd) {
                static_cast<long long>((time_get_frame - time_00) / 1000));
 
         build_luma_histogram(s_buffers.nv12, kFrameWidth, kFrameHeight, g_v_hist);
-        auto_gamma_step(daemon_gamma_state(), s_buffers.gammaRecords[1], g_v_hist);
+        auto_gamma_step(daemon_gamma_state(), s_buffers.gammaRecords[1], g_v_hist, kShmGammaIo);
         time_autogamma = now_pts();
         FD_LOG(LOG_INFO, " ******** autogamma time =[%lld] ms********",
                static_cast<long long>((time_autogamma - time_get_frame) / 1000));

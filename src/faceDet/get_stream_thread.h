@@ -9,16 +9,9 @@
 #include <cstdint>
 #include <vector>
 
+#include "dbgout/construction_order.h"
+#include "faceDet/frame_geometry.h"
 #include "mi_common.h"
-
-// Analysis picture geometry: the port is configured so that width, height and
-// stride are fixed, which is why the copies use constant sizes.
-constexpr int kFrameWidth = 416;
-constexpr int kFrameHeight = 234;
-constexpr int kLumaBytes = kFrameWidth * kFrameHeight;        // 97344
-constexpr int kChromaBytes = kFrameWidth * kFrameHeight / 2;  // 48672
-constexpr int kNv12Bytes = kLumaBytes + kChromaBytes;         // 146016
-constexpr int kBgrBytes = kFrameWidth * kFrameHeight * 3;     // 292032
 
 // Frames only counted after start, while exposure and the pipeline settle.
 constexpr int kWarmUpFrames = 9;

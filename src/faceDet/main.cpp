@@ -12,11 +12,12 @@
 #include <cstring>
 
 #include "faceDet/process_globals.h"
-#include "faceDet/runtime_env.h"
+#include "dbgout/runtime_env.h"
 #include "media/qmt_video_stream.h"
 #include "mi_sys.h"
 #include "net_communication/net_communication.h"
 #include "qmt_rgn_api/qmt_rgn_api.h"
+#include "visca/visca.h"
 
 namespace {
 
@@ -61,6 +62,8 @@ int main(int argc, char **argv) {
     install_exit_handler(SIGTERM);
 
     MI_SYS_Init();
+    // The camera's replies go up to the VISCA layer, which builds on the endpoints.
+    set_camera_reply_handler(VISCA_Command_Receive);
     camera_udp_init();
     qmt_rgn_init();
 

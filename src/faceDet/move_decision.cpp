@@ -5,7 +5,7 @@
 
 #include "dbgout/dbgout.h"
 
-#define FD_LOG(level, ...) console_log("src/faceDet", __LINE__, (level), __VA_ARGS__)
+// Levelled lines go through FD_LOG, tagged "src/faceDet" (dbgout.h).
 
 MoveDecisionState g_framing;
 Rect_t &objRect = g_framing.objRect;

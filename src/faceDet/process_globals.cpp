@@ -5,22 +5,8 @@
 #include <cerrno>
 #include <ctime>
 
-QMT_Stream_Stauts_t g_stream_stauts[1] = {{
-    0,                                        // u32Enable
-    0,                                        // u32InputChn
-    1,                                        // u32InputPort
-    E_MI_SYS_PIXEL_FRAME_YUV_SEMIPLANAR_420,  // ePixelFormat (11)
-    E_MI_SYS_BIND_TYPE_FRAME_BASE,            // eBindType (1)
-    416,                                      // u32Width
-    234,                                      // u32Height
-    30,                                       // u32FrameRate
-    0,                                        // stream_thread_pid
-    {static_cast<MI_ModuleId_e>(0), 0, 0, 0},
-}};
-
 std::atomic<QMT_Stream_Stauts_t *> QMT_Stream_Stauts{nullptr};
 std::atomic<int32_t> g_exit_all_flag{0};
-MI_U8 g_ive_VB_Proc_flag = 0;
 int32_t WIDTH = 3840;
 
 static_assert(std::atomic<int32_t>::is_always_lock_free, "the signal handler needs a lock-free flag");

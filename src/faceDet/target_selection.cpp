@@ -6,7 +6,7 @@
 
 #include "dbgout/dbgout.h"
 
-#define FD_LOG(level, ...) console_log("src/faceDet", __LINE__, (level), __VA_ARGS__)
+// Levelled lines go through FD_LOG, tagged "src/faceDet" (dbgout.h).
 
 TargetSelectionState g_targetSelection;
 int32_t &faceNum = g_targetSelection.faceNum;

@@ -4,9 +4,10 @@
 
 #include <cstdio>
 
+// The one include that points up: stream start launches the frame thread.
 #include "faceDet/get_stream_thread.h"
-#include "faceDet/process_globals.h"
 #include "media/st_report.h"
+#include "media/stream_record.h"
 #include "media/st_vpe.h"
 #include "mi_sys.h"
 

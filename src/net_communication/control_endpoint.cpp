@@ -62,8 +62,8 @@ int detect_camera_udp_init() {
     // Descriptors 0 to 2 silently get no thread; the camera never hands them out.
     if (fd > 2) {
         if (pthread_create(&state.controlThread, nullptr, udp_rx_control_main, nullptr) != 0) {
-            traceout("[%s %s +%-4d %s] create udp_rx_panoCamera_main thread failed!\n\n", trace_time_string(),
-                     kNetTraceSource, 301, "detect_camera_udp_init");
+            TRACE_AT(kNetTraceSource, 301, "detect_camera_udp_init",
+                     "create udp_rx_panoCamera_main thread failed!\n\n");
             return -1;
         }
         // Nothing ever joins it; it ends with the process or on a receive error.
@@ -88,8 +88,7 @@ void *udp_rx_control_main(void *unused) {
         FD_SET(fd, &readable);
         print_msg_buf();
         if (select(fd + 1, &readable, nullptr, nullptr, nullptr) < 0) {
-            traceout("[%s %s +%-4d %s] select fail!\n\n", trace_time_string(), kNetTraceSource, 633,
-                     "udp_rx_control_main");
+            TRACE_AT(kNetTraceSource, 633, "udp_rx_control_main", "select fail!\n\n");
             continue;
         }
 

@@ -14,7 +14,6 @@
 #include "dbgout/dbgout.h"
 #include "net_communication/net_communication.h"
 #include "net_communication/net_state.h"
-#include "visca/visca.h"
 
 namespace {
 
@@ -74,8 +73,8 @@ int featureCamera_udp_init() {
     state.featureRxRunning = 1;
     if (pthread_create(&state.featureThread, nullptr, udp_rx_featureVISCA_main, nullptr) != 0) {
         state.featureRxRunning = 0;
-        traceout("[%s %s +%-4d %s] create udp_rx_panoPTZ_main thread failed!\n\n", trace_time_string(),
-                 kNetTraceSource, 216, "featureCamera_udp_init");
+        TRACE_AT(kNetTraceSource, 216, "featureCamera_udp_init",
+                 "create udp_rx_panoPTZ_main thread failed!\n\n");
         return -1;
     }
     pthread_detach(state.featureThread);
@@ -99,8 +98,7 @@ void *udp_rx_featureVISCA_main(void *unused) {
         FD_SET(fd, &readable);
         if (select(fd + 1, &readable, nullptr, nullptr, &timeout) < 0) {
             close_feature_socket(state, fd);
-            traceout("[%s %s +%-4d %s] select fail!\n\n", trace_time_string(), kNetTraceSource, 1073,
-                     "udp_rx_featureVISCA_main");
+            TRACE_AT(kNetTraceSource, 1073, "udp_rx_featureVISCA_main", "select fail!\n\n");
             state.featureRxRunning = 0;
             return nullptr;
         }
@@ -128,15 +126,16 @@ void *udp_rx_featureVISCA_main(void *unused) {
                 return nullptr;
             }
             // A full 256-byte datagram counts as 0 here and is ignored as too short.
-            VISCA_Command_Receive(buffer, static_cast<uint8_t>(received));
+            if (const CameraReplyHandler handler = state.replyHandler.load()) {
+                handler(buffer, static_cast<uint8_t>(received));
+            }
         }
         usleep(10000);
     }
 
     state.featureStopRequest = 0;
     close_feature_socket(state, state.featureFd);
-    traceout("[%s %s +%-4d %s] close feature udp rx thread!\n", trace_time_string(), kNetTraceSource, 1060,
-             "udp_rx_featureVISCA_main");
+    TRACE_AT(kNetTraceSource, 1060, "udp_rx_featureVISCA_main", "close feature udp rx thread!\n");
     state.featureRxRunning = 0;
     return nullptr;
 }
@@ -151,21 +150,23 @@ bool destination_is_a_stray(const sockaddr_un &destination) {
            strncmp(destination.sun_path, featureCamera_path, sizeof destination.sun_path) != 0;
 }
 
+// A run of dropped packets is traced at its start and its end, not per packet:
+// a camera that stops reading would otherwise flood the trace file.
 void note_send_result(NetState &state, const sockaddr_un &destination, ssize_t ret, int error) {
     if (ret >= 0) {
         if (state.cameraDropping.exchange(false)) {
-            traceout(
-                "[%s %s +%-4d %s] camera takes packets again, %llu dropped\n", trace_time_string(),
-                kNetTraceSource, __LINE__, "camera_send",
-                static_cast<unsigned long long>(state.cameraDropped.load() - state.cameraDroppedAtStart));
+            const unsigned long long dropped = state.cameraDropped.load() - state.cameraDroppedAtStart;
+            TRACE_AT(kNetTraceSource, __LINE__, "camera_send", "camera takes packets again, %llu dropped\n",
+                     dropped);
         }
         return;
     }
     ++state.cameraDropped;
     if (!state.cameraDropping.exchange(true)) {
+        // Counted from the packet that started the run.
         state.cameraDroppedAtStart = state.cameraDropped.load() - 1;
-        traceout("[%s %s +%-4d %s] camera takes no packets (%s), dropping them until it does\n",
-                 trace_time_string(), kNetTraceSource, __LINE__, "camera_send", strerror(error));
+        TRACE_AT(kNetTraceSource, __LINE__, "camera_send",
+                 "camera takes no packets (%s), dropping them until it does\n", strerror(error));
     }
     if (destination_is_a_stray(destination)) {
         net_set_path(state.featureCameraAddr, featureCamera_path);

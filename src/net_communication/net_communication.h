@@ -6,9 +6,12 @@
  *   - the control endpoint, bound to <runtime dir>/sin_addr.socket, whose
  *     receive thread copies the first two bytes of every datagram into MsgBuf;
  *   - the feature-camera endpoint, which sends VISCA packets to
- *     <runtime dir>/featureCamera_addr.socket and hands every reply to
- *     VISCA_Command_Receive on its own receive thread.
+ *     <runtime dir>/featureCamera_addr.socket and hands every reply to the
+ *     camera reply handler (the VISCA layer's VISCA_Command_Receive, which
+ *     main registers) on its own receive thread.
  * Both are created once by camera_udp_init; their threads are never joined.
+ * The VISCA layer builds on this one, so replies go up through the handler
+ * rather than by name.
  */
 #ifndef FACEDET_NET_COMMUNICATION_H
 #define FACEDET_NET_COMMUNICATION_H
@@ -37,6 +40,12 @@ extern const char *featureCamera_path;  // the camera's control process
 
 // Fills the three paths above (once per process; later calls do nothing).
 void net_paths_init();
+
+// Takes each reply of the camera process (packet, length) on the feature
+// receive thread. Set before camera_udp_init; a reply that comes while none
+// is set is read and dropped.
+typedef void (*CameraReplyHandler)(const uint8_t *packet, uint8_t length);
+void set_camera_reply_handler(CameraReplyHandler handler);
 
 // Creates both endpoints and their receive threads; results are only logged.
 // Returns 0.

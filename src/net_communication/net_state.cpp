@@ -3,7 +3,7 @@
 #include <cstring>
 #include <string>
 
-#include "faceDet/runtime_env.h"
+#include "dbgout/runtime_env.h"
 #include "net_communication/net_communication.h"
 #include "net_communication/net_state.h"
 
@@ -49,4 +49,8 @@ void net_set_path(sockaddr_un &record, const char *path) {
 sockaddr_un net_load_addr(const sockaddr_un &record) {
     std::lock_guard<std::mutex> guard(net_state().addrLock);
     return record;
+}
+
+void set_camera_reply_handler(CameraReplyHandler handler) {
+    net_state().replyHandler = handler;
 }

@@ -15,6 +15,8 @@
 #include <cstdint>
 #include <mutex>
 
+#include "net_communication/net_communication.h"
+
 // Every address record is passed with this length, whatever its path.
 constexpr socklen_t kUnixAddrLength = 110;
 static_assert(sizeof(sockaddr_un) == kUnixAddrLength, "the local address record is 110 bytes");
@@ -34,6 +36,8 @@ struct NetState {
     // sets it; it is how a test (or a later restart) takes the endpoint down.
     std::atomic<uint8_t> featureStopRequest{0};
     std::atomic<int> featureFd{0};
+    // Where the feature receive thread hands each reply.
+    std::atomic<CameraReplyHandler> replyHandler{nullptr};
     std::atomic<uint8_t> featureRxRunning{0};
     // Packets the camera did not take, and whether the last send was one of
     // them (camera_send then stops waiting for room in the camera's queue).

@@ -78,6 +78,11 @@ int shm_track_map_remove();
 // into the seconds when the nanoseconds pass 999999999.
 struct timespec shm_lock_deadline(struct timespec now);
 
+// The peer's side of the lock of a segment it attached itself: taken with the
+// daemon's 3 ms limit (false when the holder kept it), and given back.
+bool shm_track_map_lock(TrackShareMap *map);
+void shm_track_map_unlock(TrackShareMap *map);
+
 // Counters of this process: write calls, and lock time-outs of writes and reads.
 struct ShmTrackStats {
     int writeCalls;

@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "faceDet/runtime_env.h"
+#include "dbgout/runtime_env.h"
 #include "share_memory/share_memory.h"
 #include "share_memory/shm_lock.h"
 
@@ -142,4 +142,14 @@ int shm_track_map_remove() {
 
 ShmTrackStats shm_track_map_stats() {
     return {s_map.writeCalls, s_map.writeFailures, s_map.readFailures};
+}
+
+bool shm_track_map_lock(TrackShareMap *map) {
+    struct timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    return shm_lock_until(&map->mutex, shm_lock_deadline(now)) == 0;
+}
+
+void shm_track_map_unlock(TrackShareMap *map) {
+    shm_lock_release(&map->mutex);
 }

@@ -40,6 +40,7 @@ void restart_feature_endpoint() {
         state.featureStopRequest = 1;
         ASSERT_TRUE(eventually([&] { return state.featureRxRunning == 0; }));
     }
+    set_camera_reply_handler(VISCA_Command_Receive);
     ASSERT_EQ(featureCamera_udp_init(), 0);
 }
 

@@ -18,7 +18,7 @@
 
 #include <gtest/gtest.h>
 
-#include "faceDet/runtime_env.h"
+#include "dbgout/runtime_env.h"
 #include "ipc_test_env.h"
 #include "net_communication/net_communication.h"
 #include "net_communication/net_state.h"

@@ -26,9 +26,8 @@
 #include <string>
 
 #include "faceDet/gamma_record.h"
-#include "faceDet/runtime_env.h"
+#include "dbgout/runtime_env.h"
 #include "share_memory/share_memory.h"
-#include "share_memory/shm_lock.h"
 
 #ifdef GAMMA_PEER_WITH_PNG
 #include <opencv2/imgcodecs.hpp>
@@ -168,18 +167,6 @@ TrackShareMap *wait_for_segment(double deadline) {
     return nullptr;
 }
 
-// The segment's lock with the daemon's 3 ms limit. False when the daemon kept
-// it; the caller tries again on its next look.
-bool lock(TrackShareMap *map) {
-    struct timespec now;
-    clock_gettime(CLOCK_REALTIME, &now);
-    return shm_lock_until(&map->mutex, shm_lock_deadline(now)) == 0;
-}
-
-void unlock(TrackShareMap *map) {
-    shm_lock_release(&map->mutex);
-}
-
 void write_csv(const std::string &path, const GammaRecord &r, int answer, int askedIsuse) {
     FILE *f = fopen(path.c_str(), "w");
     if (f == nullptr) {
@@ -266,7 +253,8 @@ int main(int argc, char **argv) {
     int pollsSinceAnswer = 0;
     GammaRecord r;
     while (s_stop == 0 && (deadline == 0.0 || now_seconds() < deadline)) {
-        if (!lock(map)) {
+        // The daemon's 3 ms limit; when it kept the lock, the next look tries again.
+        if (!shm_track_map_lock(map)) {
             sleep_ms(1);
             continue;
         }
@@ -304,7 +292,7 @@ int main(int argc, char **argv) {
             askedIsuse = isuse;
             ++asked;
         }
-        unlock(map);
+        shm_track_map_unlock(map);
 
         if (answered) {
             ++answers;
@@ -333,13 +321,13 @@ int main(int argc, char **argv) {
 
     // Leaving: no curve is applied any more, and nothing is asked.
     for (int tries = 0; tries < 100; ++tries) {
-        if (lock(map)) {
+        if (shm_track_map_lock(map)) {
             memcpy(&r, map->data, sizeof r);
             r.mode = 0;
             r.isuse = 0;
             memcpy(map->data, &r, sizeof r);
             map->written = 0;
-            unlock(map);
+            shm_track_map_unlock(map);
             break;
         }
         sleep_ms(1);

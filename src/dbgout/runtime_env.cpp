@@ -1,4 +1,4 @@
-#include "faceDet/runtime_env.h"
+#include "dbgout/runtime_env.h"
 
 #include <cctype>
 #include <cerrno>
