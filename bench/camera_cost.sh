@@ -226,7 +226,7 @@ for mode in analysed:run:mnn none:run:none stopped:stop:mnn; do
         count[$name.$len]=$result
     done
 done
-rss_kib=$(cat "$tmp/analysed-long/rss" 2>/dev/null || echo 0)
+rss_kib=$(cat "$tmp/analysed-long/rss" 2>/dev/null || true)
 analysed=$(per_frame "${count[analysed.short]}" "${count[analysed.long]}")
 no_network=$(per_frame "${count[none.short]}" "${count[none.long]}")
 stopped=$(per_frame "${count[stopped.short]}" "${count[stopped.long]}")
@@ -276,7 +276,10 @@ awk -v a="$analysed" -v n="$no_network" -v s="$stopped" 'BEGIN {
     printf "%-58s %.2f M\n", "per frame taken, not analysed (auto framing stopped):", s / 1e6
     printf "%-58s %.4f\n", "rest ratio (taken, not analysed / analysed):", s / a
 }'
-awk -v k="$rss_kib" 'BEGIN { printf "%-58s %.1f MiB (%d KiB)\n", "daemon RSS in the guest address space (peak, analysing):", k / 1024, k }'
+awk -v k="$rss_kib" 'BEGIN {
+    printf "%-58s ", "daemon RSS in the guest address space (peak, analysing):"
+    if (k == "") print "not measured (qemu -d page logged no guest address space)"
+    else printf "%.1f MiB (%d KiB)\n", k / 1024, k }'
 echo "the network alone (engine_runs), instructions per inference, x 1 thread of the same repetition:"
 for r in $(seq "$repeats"); do
     awk -v r="$r" -v one="${per_inference[$r.1.all]}" -v two="${per_inference[$r.2.all]}" \
