@@ -39,7 +39,7 @@ enum class Pace { Realtime, Lockstep, Camera };
 
 // The camera's time per analysed frame when FACEDET_FRAME_COST_MS is not set:
 // one Cortex-A7 at 1.0 GHz (docs/BENCHMARKS.md, "On the camera").
-constexpr double kDefaultFrameCostMs = 160.0;
+constexpr double kDefaultFrameCostMs = 189.0;
 // A larger cost is more likely a unit mistake than a camera.
 constexpr double kMaxFrameCostMs = 10000.0;
 

@@ -141,7 +141,7 @@ TEST(CameraPace, TakesWhatTheCamerasPortHandsOutAfterEachFrame) {
     }
     // The stage reads of the first analysed frame (taken at 0.3 s): the rest at
     // the first, the analysis at the third, so the invoke stage shows it.
-    const MI_U64 rest = 2140, all = 200000, taken = 300000;
+    const MI_U64 rest = 2180, all = 200000, taken = 300000;
     EXPECT_EQ(run_camera_pace(30, 200, 2, 12).firstAnalysisReads,
               (std::vector<MI_U64>{taken + rest, taken + rest, taken + all, taken + all, taken + all,
                                    taken + all}));
@@ -190,7 +190,7 @@ TEST(CameraPace, RealtimeHoldsTheNextFrameBackForTheCostAndParsesIt) {
     EXPECT_EQ(realtime.hold_until_us(), 1000u) << "nothing held before the first frame";
     realtime.frame_taken(0, 5000);
     EXPECT_EQ(realtime.read(true, 5100), 5100u) << "realtime reads stay on the wall clock";
-    EXPECT_EQ(realtime.hold_until_us(), 5000u + 1070);
+    EXPECT_EQ(realtime.hold_until_us(), 5000u + 1090);
     realtime.read(true, 5200);
     realtime.read(false, 5300);  // not the consumer's: no charge
     realtime.read(true, 5400);
