@@ -19,10 +19,6 @@ void use_config_for_next_init(const Config &cfg);
 // there is none (never initialised, or MI_RGN_DeInit since).
 bool rgn_palette(MI_RGN_PaletteTable_t *out);
 
-// Progress of the frame source of VPE channel 0; zeros when the platform is
-// not initialised or channel 0 has no source.
-PipelineStats pipeline_stats();
-
 }  // namespace host
 
 #endif

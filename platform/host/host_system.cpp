@@ -132,9 +132,4 @@ bool rgn_palette(MI_RGN_PaletteTable_t *out) {
     return true;
 }
 
-PipelineStats pipeline_stats() {
-    const std::shared_ptr<Pipeline> p = current_pipeline();
-    return p ? p->stats() : PipelineStats();
-}
-
 }  // namespace host

@@ -140,10 +140,6 @@ int shm_track_map_remove() {
     return 0;
 }
 
-ShmTrackStats shm_track_map_stats() {
-    return {s_map.writeCalls, s_map.writeFailures, s_map.readFailures};
-}
-
 bool shm_track_map_lock(TrackShareMap *map) {
     struct timespec now;
     clock_gettime(CLOCK_REALTIME, &now);

@@ -19,9 +19,11 @@
 #include "media/st_sys.h"
 #include "media/st_venc.h"
 #include "media/st_vpe.h"
+#include "mi_rgn.h"
 #include "mi_sys.h"
 #include "mi_vpe.h"
 #include "output_capture.h"
+#include "qmt_rgn_api/qmt_rgn_api.h"
 #include "raw_clip.h"
 #include "temp_dir.h"
 
@@ -334,4 +336,27 @@ TEST(MediaWrappers, SysInitBindEncoderAndExitPrintTheirLinesInOrder) {
         at = out.find(line, at);
         ASSERT_NE(at, std::string::npos) << "missing in order: " << line << "\n" << out;
     }
+}
+
+// Index 0 stays transparent, the background of every indexed overlay bitmap.
+TEST(Overlay, PaletteHoldsRedGreenBlueAndWhiteOverTransparency) {
+    host::use_config_for_next_init(host::Config{});
+    ASSERT_EQ(MI_SYS_Init(), MI_SUCCESS);
+    OutputCapture capture;
+    EXPECT_EQ(qmt_rgn_init(), MI_SUCCESS);
+    EXPECT_EQ(capture.finish(), "[qmt_rgn_init 569]exec function pass\n");
+    MI_RGN_PaletteTable_t palette;
+    const bool given = host::rgn_palette(&palette);
+    MI_SYS_Exit();
+    ASSERT_TRUE(given);
+    std::vector<std::vector<int>> colours;  // index, alpha, red, green, blue of every entry not all zero
+    for (int i = 0; i < 256; ++i) {
+        const MI_RGN_PaletteElement_t &e = palette.astElement[i];
+        if (e.u8Alpha || e.u8Red || e.u8Green || e.u8Blue) {
+            colours.push_back({i, e.u8Alpha, e.u8Red, e.u8Green, e.u8Blue});
+        }
+    }
+    EXPECT_EQ(colours,
+              (std::vector<std::vector<int>>{
+                  {1, 255, 255, 0, 0}, {2, 255, 0, 255, 0}, {3, 255, 0, 0, 255}, {255, 255, 255, 255, 255}}));
 }
