@@ -4,7 +4,8 @@
  *
  * The daemon cannot pass options to its platform, so MI_SYS_Init reads them
  * from the environment (FACEDET_SOURCE, FACEDET_PACE, FACEDET_FRAME_COST_MS,
- * FACEDET_LOOP, FACEDET_EXIT_AT_END, FACEDET_FRAME_LOG, FACEDET_FAULTS). Parsing is kept
+ * FACEDET_LOOP, FACEDET_EXIT_AT_END, FACEDET_FRAME_LOG, FACEDET_FRAME_TAP,
+ * FACEDET_FAULTS). Parsing is kept
  * apart from the pipeline so that it can be tested on its own.
  */
 #ifndef FACEDET_HOST_CONFIG_H
@@ -53,6 +54,7 @@ struct Config {
     bool loop = false;         // start the source again at its end
     bool exitAtEnd = false;    // raise SIGTERM once the last frame has been consumed
     std::string frameLogPath;  // rewritten by each MI_SYS_Init; empty: no log
+    std::string frameTapPath;  // FACEDET_FRAME_TAP: the newest frame for watchers (frame_tap.h); empty: none
     // Lockstep and camera: the source time is published here for other
     // processes ($FACEDET_RUNTIME_DIR/source_clock); empty: not published.
     std::string clockPath;

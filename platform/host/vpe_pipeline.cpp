@@ -35,6 +35,10 @@ Pipeline::Pipeline(const Config &config, std::unique_ptr<FrameSource> source, st
         std::fprintf(stderr, "host platform: cannot publish the source clock in '%s': %s\n",
                      config_.clockPath.c_str(), error.c_str());
     }
+    if (!config_.frameTapPath.empty() && !tap_.open(config_.frameTapPath, &error)) {
+        std::fprintf(stderr, "host platform: cannot publish frames in FACEDET_FRAME_TAP '%s': %s\n",
+                     config_.frameTapPath.c_str(), error.c_str());
+    }
     if (clock_.has_cost()) {
         // Said once, so that a run's log tells what camera it played.
         const FrameCost cost = frame_cost_from_ms(config_.frameCostMs);

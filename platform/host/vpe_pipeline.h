@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "frame_source.h"
+#include "frame_tap.h"
 #include "host_config.h"
 #include "mi_sys_datatype.h"
 #include "mi_vpe.h"
@@ -147,6 +148,7 @@ class Pipeline {
 
     const Config config_;
     std::unique_ptr<FrameSource> source_;  // used by the producer thread only
+    FrameTapWriter tap_;                   // the producer's too
     std::thread producer_;
     std::once_flag shutdownOnce_;
 

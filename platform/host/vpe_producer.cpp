@@ -98,6 +98,12 @@ void Pipeline::produce() {
             std::fprintf(stderr, "host platform: reading FACEDET_SOURCE failed: %s\n", e.what());
             ok = false;
         }
+        // The stamp depends on nothing the lock guards; the tap is the producer's own.
+        const MI_U64 pts = clock_.frame_stamp(index, monotonic_us());
+        if (ok && !targets.empty()) {
+            const Buffer &shown = *targets.front().buffer;
+            tap_.publish(index, pts, shown.width, shown.height, shown.data.data());
+        }
         lk.lock();
 
         if (!ok) {
@@ -109,7 +115,6 @@ void Pipeline::produce() {
             wake_.notify_all();  // a camera-pace take may wait for this frame
             break;
         }
-        const MI_U64 pts = clock_.frame_stamp(index, monotonic_us());
         for (Target &t : targets) {
             Buffer *b = t.buffer.get();
             if (fed(0, t.port) && channels_[0].ports[t.port].generation == t.generation) {

@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "frame_source.h"
+#include "frame_tap.h"
 #include "host_platform.h"
 #include "pace_clock.h"
 #include "media/qmt_video_stream.h"
@@ -359,4 +360,31 @@ TEST(Overlay, PaletteHoldsRedGreenBlueAndWhiteOverTransparency) {
     EXPECT_EQ(colours,
               (std::vector<std::vector<int>>{
                   {1, 255, 255, 0, 0}, {2, 255, 0, 255, 0}, {3, 255, 0, 0, 255}, {255, 255, 255, 255, 255}}));
+}
+
+// A watcher sees each newest picture once, whole, and only of the tap's size.
+TEST(FrameTap, WatcherSeesTheNewestPictureOnce) {
+    TempDir dir;
+    const std::string path = dir.file("tap");
+    host::FrameTapWriter writer;
+    std::string error;
+    EXPECT_FALSE(writer.open(dir.file("missing/tap"), &error));
+    ASSERT_TRUE(writer.open(path, &error)) << error;
+    host::FrameTapReader reader;
+    host::TapFrame frame;
+    EXPECT_FALSE(reader.read_newer(path, &frame)) << "nothing published yet";
+    const std::vector<uint8_t> first(4 * 2 * 3 / 2, 7), wide(6 * 2 * 3 / 2, 8), second(4 * 2 * 3 / 2, 9);
+    writer.publish(5, 1000, 4, 2, first.data());
+    ASSERT_TRUE(reader.read_newer(path, &frame));
+    EXPECT_EQ((std::vector<uint64_t>{frame.sourceIndex, frame.ptsUs, uint64_t(frame.width),
+                                     uint64_t(frame.height)}),
+              (std::vector<uint64_t>{5, 1000, 4, 2}));
+    EXPECT_EQ(frame.nv12, first);
+    EXPECT_FALSE(reader.read_newer(path, &frame)) << "nothing newer";
+    writer.publish(6, 2000, 6, 2, wide.data());
+    EXPECT_FALSE(reader.read_newer(path, &frame)) << "another size is not published";
+    writer.publish(7, 3000, 4, 2, second.data());
+    ASSERT_TRUE(reader.read_newer(path, &frame));
+    EXPECT_EQ(frame.sourceIndex, 7u);
+    EXPECT_EQ(frame.nv12, second);
 }
