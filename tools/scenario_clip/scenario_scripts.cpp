@@ -8,6 +8,8 @@ namespace scenario {
 // Large single-face interview photos with room around the face.
 constexpr char kPersonA[] = "13_Interview_Interview_Sequences_13_778.jpg";
 constexpr char kPersonB[] = "13_Interview_Interview_Sequences_13_33.jpg";
+constexpr char kPersonC[] = "13_Interview_Interview_Sequences_13_121.jpg";
+constexpr char kPersonD[] = "13_Interview_Interview_On_Location_13_852.jpg";
 
 const std::vector<Scenario> &all_scenarios() {
     static const std::vector<Scenario> list = {
@@ -35,6 +37,34 @@ const std::vector<Scenario> &all_scenarios() {
          {{kPersonA, 48, {{0.0, 208, 100}, {1.0, 208, 100}}, 0.4, 0.73}}},
         {{"at_edge", 90, "one person stands still with the face close to the left edge"},
          {{kPersonA, 48, {{0.0, 32, 100}, {1.0, 32, 100}}}}},
+        // The long ones last whole seconds at the camera's pace of about six
+        // analysed frames a second, where the rules' frame counts take five
+        // times longer than at the stream's 30 fps.
+        {{"across_and_back", 360, "one person walks from the left edge to the right edge and back, pausing"},
+         {{kPersonA,
+           48,
+           {{0.0, 40, 100},
+            {0.1, 40, 100},
+            {0.45, 376, 100},
+            {0.55, 376, 100},
+            {0.9, 40, 100},
+            {1.0, 40, 100}}}}},
+        // The one nearest the centre, whom the camera takes, looks at a
+        // neighbour for two seconds; later another looks away for one.
+        {{"meeting", 900, "four people sit side by side for 30 s, shifting a little, two look away"},
+         {{kPersonC, 38, {{0.0, 78, 136}, {0.5, 82, 134}, {1.0, 78, 136}}},
+          {kPersonA, 40, {{0.0, 172, 128}, {0.3, 170, 131}, {0.8, 175, 128}, {1.0, 172, 128}}, 0.4, 0.47},
+          {kPersonB, 38, {{0.0, 262, 132}, {0.6, 259, 130}, {1.0, 262, 132}}, 0.7, 0.74},
+          {kPersonD, 38, {{0.0, 350, 138}, {0.4, 352, 136}, {1.0, 350, 138}}}}},
+        {{"stand_up_leave", 360, "one person sits, stands up, then walks out to the right"},
+         {{kPersonB,
+           44,
+           {{0.0, 200, 150},
+            {0.25, 200, 150},
+            {0.33, 200, 95},
+            {0.45, 200, 95},
+            {0.7, 500, 95},
+            {1.0, 500, 95}}}}},
     };
     return list;
 }
