@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Framing quality: every scenario clip and every labelled real video through
-# facedet_replay --lockstep --truth with each detector engine built, and one
-# table of the scores (scenario x engine x figure) written into
-# docs/FRAMING.md between its marker comments.
+# facedet_replay --truth with each detector engine built, at the camera's pace
+# (the replay's default frame cost) and in lockstep, and one table of the
+# scores (scenario x engine x figure) per pace written into docs/FRAMING.md
+# between that pace's marker comments.
 #
 # Usage: bench/framing_quality.sh
 #   FACEDET_BUILD_DIR  the build to use (default build/release); builds nothing.
@@ -11,8 +12,9 @@
 #   FRAMING_WORK       where clips, truths and replays go (default BUILD/framing_quality);
 #                      each replay's report.html, replay.mp4 and timeline.png stay there.
 #   FRAMING_ENGINES    engines to run (default: every engine the build has)
+#   FRAMING_PACES      paces to run (default: camera lockstep)
 #   FRAMING_ONLY       run only the sources whose name contains this text, and
-#                      print their table instead of writing it into the document
+#                      print their tables instead of writing them into the document
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
@@ -47,42 +49,47 @@ if [ -z "$engines" ]; then
 fi
 
 # Sources: "name|source|truth" for every scenario, then every labelled video.
+chosen() { [ -z "${FRAMING_ONLY:-}" ] || [[ $1 == *"$FRAMING_ONLY"* ]]; }
 sources=()
 for name in $("$clip_tool" --help | awk '/^  --scenario/ {on = 1; next} on && /^  --/ {on = 0} on {print $1}'); do
+    chosen "$name" || continue
     "$clip_tool" --scenario "$name" --shared "$shared" --out "$work/$name.nv12" \
         --truth "$work/$name.csv" >/dev/null
     sources+=("$name|$work/$name.nv12|$work/$name.csv")
 done
 for labels in "$root"/tests/data/labels/*.csv; do
     name=$(basename "$labels" .csv)
-    if [ -f "$shared/data/videos/$name.mp4" ]; then
+    if chosen "$name" && [ -f "$shared/data/videos/$name.mp4" ]; then
         sources+=("$name|$shared/data/videos/$name.mp4|$labels")
     fi
 done
 
-runs=()
-failed=0
-for entry in "${sources[@]}"; do
-    IFS='|' read -r name source truth <<<"$entry"
-    if [ -n "${FRAMING_ONLY:-}" ] && [[ $name != *"$FRAMING_ONLY"* ]]; then
-        continue
-    fi
-    for engine in $engines; do
-        out=$work/$name.$engine
-        echo "framing_quality: $name, $engine" >&2
-        rm -f "$out/summary.json"  # a failed run must not leave the last run's figures
-        if ! "$replay" "$source" --lockstep --engine "$engine" --truth "$truth" --out "$out" --force \
-            >"$work/$name.$engine.log" 2>&1; then
-            echo "framing_quality: replay of $name with $engine failed, see $work/$name.$engine.log" >&2
-            failed=1
-        fi
-        runs+=("$name" "$engine" "$out/summary.json")
-    done
-done
-
-# A partial run prints its table instead of replacing the whole one.
+paces=${FRAMING_PACES:-camera lockstep}
 doc=$root/docs/FRAMING.md
+# A partial run prints its tables instead of replacing the whole ones.
 [ -n "${FRAMING_ONLY:-}" ] && doc=-
-python3 "$root/bench/framing_table.py" "$doc" "${runs[@]}"
-echo "framing_quality: table written to ${doc/#-/standard output}; replays in $work" >&2
+failed=0
+replays=0
+for pace in $paces; do
+    mkdir -p "$work/$pace"
+    runs=()
+    for entry in "${sources[@]}"; do
+        IFS='|' read -r name source truth <<<"$entry"
+        for engine in $engines; do
+            out=$work/$pace/$name.$engine
+            echo "framing_quality: $name, $engine, $pace" >&2
+            rm -f "$out/summary.json"  # a failed run must not leave the last run's figures
+            if ! "$replay" "$source" --pace "$pace" --engine "$engine" --truth "$truth" --out "$out" --force \
+                >"$out.log" 2>&1; then
+                echo "framing_quality: replay of $name with $engine at $pace failed, see $out.log" >&2
+                failed=1
+            fi
+            runs+=("$name" "$engine" "$out/summary.json")
+            replays=$((replays + 1))
+        done
+    done
+    python3 "$root/bench/framing_table.py" "$doc" "$pace" "${runs[@]}"
+done
+echo "framing_quality: $replays replays in $((SECONDS / 60)) min $((SECONDS % 60)) s;" \
+    "tables written to ${doc/#-/standard output}; replays in $work" >&2
 exit $failed

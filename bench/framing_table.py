@@ -1,17 +1,18 @@
 #!/usr/bin/env python3
-"""Writes the framing scores of replays as one Markdown table into a document.
+"""Writes the framing scores of replays at one pace as one Markdown table into a document.
 
-  framing_table.py DOC.md|- NAME ENGINE SUMMARY.json [NAME ENGINE SUMMARY.json ...]
+  framing_table.py DOC.md|- PACE NAME ENGINE SUMMARY.json [NAME ENGINE SUMMARY.json ...]
 
-Only the text between the two marker comments is replaced, so the words
-around the table stay; a document without the markers gets them at its end.
-With - for the document the table goes to standard output.
+Each pace has its own table between its own two marker comments. Only the
+text between them is replaced, so the words around the table stay; a
+document without the markers gets them at its end. With - for the document
+the table goes to standard output.
 """
 import json
 import sys
 
-BEGIN = "<!-- framing table: made by bench/framing_quality.sh, do not edit by hand -->"
-END = "<!-- end of framing table -->"
+BEGIN = "<!-- {} framing table: made by bench/framing_quality.sh, do not edit by hand -->"
+END = "<!-- end of {} framing table -->"
 
 # (key in the summary's "truth" object, column title, how to show it)
 COLUMNS = [
@@ -47,21 +48,22 @@ def row(name, engine, path):
     return f"| {name} | {engine} | " + " | ".join(cells) + " |"
 
 
-def main(doc, runs):
+def main(doc, pace, runs):
     lines = ["| scenario | engine | " + " | ".join(c[1] for c in COLUMNS) + " |",
              "|---|---|" + "---:|" * len(COLUMNS)]
     lines += [row(*runs[i:i + 3]) for i in range(0, len(runs), 3)]
-    table = BEGIN + "\n" + "\n".join(lines) + "\n" + END
+    begin, end = BEGIN.format(pace), END.format(pace)
+    table = begin + "\n" + "\n".join(lines) + "\n" + end
     if doc == "-":
-        print("\n".join(lines))
+        print(f"pace: {pace}\n" + "\n".join(lines) + "\n")
         return
     try:
         with open(doc) as f:
             text = f.read()
     except FileNotFoundError:
         text = "# Framing quality\n"
-    if BEGIN in text and END in text:
-        text = text[:text.index(BEGIN)] + table + text[text.index(END) + len(END):]
+    if begin in text and end in text:
+        text = text[:text.index(begin)] + table + text[text.index(end) + len(end):]
     else:
         text = text.rstrip("\n") + "\n\n" + table + "\n"
     with open(doc, "w") as f:
@@ -69,6 +71,6 @@ def main(doc, runs):
 
 
 if __name__ == "__main__":
-    if len(sys.argv) < 2 or (len(sys.argv) - 2) % 3:
+    if len(sys.argv) < 3 or (len(sys.argv) - 3) % 3:
         sys.exit(__doc__)
-    main(sys.argv[1], sys.argv[2:])
+    main(sys.argv[1], sys.argv[2], sys.argv[3:])

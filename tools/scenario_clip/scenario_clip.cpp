@@ -1,4 +1,5 @@
 #include "scenario_clip.h"
+#include "scenario_scripts.h"
 
 #include <algorithm>
 #include <cmath>
@@ -36,60 +37,6 @@ constexpr double kFeatherShare = 0.12;
 // Walkers bob a little, as people do; integer paths would look like sliding cards.
 constexpr double kBobPixels = 1.5;
 constexpr double kStepFrames = 10.0;
-
-struct Key {
-    double at;      // share of the clip, 0..1
-    double cx, cy;  // face centre in frame pixels; outside the frame is allowed
-};
-
-struct Actor {
-    const char *image;  // photo with exactly one, clear, frontal annotated face
-    int faceWidth;      // face width in the 416x234 frame
-    std::vector<Key> path;
-    // Shares of the clip during which the person looks away: the back of
-    // the head faces the camera and the face is in no truth row.
-    double awayFrom = 2.0, awayTo = 2.0;
-};
-
-struct Scenario {
-    ScenarioInfo info;
-    // Drawn back to front: actor 0 is nearest the camera and hides the others.
-    std::vector<Actor> cast;
-};
-
-// Large single-face interview photos with room around the face.
-constexpr char kPersonA[] = "13_Interview_Interview_Sequences_13_778.jpg";
-constexpr char kPersonB[] = "13_Interview_Interview_Sequences_13_33.jpg";
-
-const std::vector<Scenario> &all_scenarios() {
-    static const std::vector<Scenario> list = {
-        {{"empty", 30, "the background alone, no face"}, {}},
-        {{"enter", 90, "one person walks in from the left and stops in the middle"},
-         {{kPersonA, 48, {{0.0, -80, 100}, {0.55, 208, 100}, {1.0, 208, 100}}}}},
-        {{"walk_across", 100, "one person walks from the left edge to the right edge"},
-         {{kPersonA, 48, {{0.0, 40, 100}, {1.0, 376, 100}}}}},
-        {{"stop_and_leave", 90, "one person stands right of centre, then walks out to the right"},
-         {{kPersonA, 48, {{0.0, 250, 100}, {0.35, 250, 100}, {0.6, 500, 100}, {1.0, 500, 100}}}}},
-        {{"two_crossing", 100, "two people cross, the nearer one left to right"},
-         {{kPersonA, 50, {{0.0, 50, 108}, {1.0, 366, 108}}},
-          {kPersonB, 40, {{0.0, 366, 78}, {1.0, 50, 78}}}}},
-        {{"sit_down", 120, "one person walks in from the left and sits down in the middle"},
-         {{kPersonA,
-           48,
-           {{0.0, -80, 90}, {0.45, 200, 90}, {0.55, 200, 90}, {0.7, 200, 140}, {1.0, 200, 140}}}}},
-        // The one nearer the centre, whom the camera takes first, is the one who leaves.
-        {{"one_leaves", 120, "two people stand, the one right of centre walks out to the right"},
-         {{kPersonA, 50, {{0.0, 110, 108}, {1.0, 110, 108}}},
-          {kPersonB, 40, {{0.0, 250, 80}, {0.35, 250, 80}, {0.75, 500, 80}, {1.0, 500, 80}}}}},
-        // 29 of 90 frames: about a second at the stream's 30 fps, longer than the
-        // camera's patience with a frame without faces.
-        {{"turn_away", 90, "one person in the middle turns away for a second, then back"},
-         {{kPersonA, 48, {{0.0, 208, 100}, {1.0, 208, 100}}, 0.4, 0.73}}},
-        {{"at_edge", 90, "one person stands still with the face close to the left edge"},
-         {{kPersonA, 48, {{0.0, 32, 100}, {1.0, 32, 100}}}}},
-    };
-    return list;
-}
 
 // Position of an actor's face centre on frame `frame` of `frames`.
 cv::Point2d position(const Actor &actor, int frame, int frames) {
