@@ -14,7 +14,7 @@
 
 #include <gtest/gtest.h>
 
-#include "child_process.h"
+#include "process_helpers.h"
 #include "ipc_test_env.h"
 #include "net_communication/net_communication.h"
 #include "net_communication/net_state.h"

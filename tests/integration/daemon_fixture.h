@@ -10,7 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include "child_process.h"
+#include "process_helpers.h"
 #include "temp_dir.h"
 
 using namespace std::chrono_literals;

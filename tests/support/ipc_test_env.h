@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "child_process.h"
+#include "process_helpers.h"
 #include "temp_dir.h"
 
 // The key of this process: process ids are below 2^22, so no two running test

@@ -13,7 +13,7 @@
 
 #include <gtest/gtest.h>
 
-#include "child_process.h"
+#include "process_helpers.h"
 #include "faceDet/auto_gamma.h"
 #include "faceDet/luma_histogram.h"
 #include "gamma_reference.h"

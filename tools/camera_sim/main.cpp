@@ -22,8 +22,12 @@
 #include <cstring>
 #include <string>
 
+#include <nlohmann/json.hpp>
+
+#include "json_number.h"
 #include "sim_protocol.h"
 #include "sim_ptz.h"
+#include "tool_cli.h"
 
 namespace {
 
@@ -78,18 +82,6 @@ class SourceClock {
     const uint64_t *word_ = nullptr;
 };
 
-void usage(FILE *out) {
-    fprintf(out,
-            "usage: camera_sim [--runtime-dir DIR] [--log FILE] [--seconds S] [--clock FILE]\n"
-            "  Answers VISCA packets on DIR/featureCamera_addr.socket as the camera's\n"
-            "  control process and moves a virtual pan-tilt-zoom head.\n"
-            "  --runtime-dir DIR  socket folder (default $FACEDET_RUNTIME_DIR, else /dev)\n"
-            "  --log FILE         JSON lines: every packet and the head's state over time\n"
-            "  --seconds S        stop after S seconds (default: until SIGINT or SIGTERM)\n"
-            "  --clock FILE       move and log on the source time a lockstep host platform\n"
-            "                     publishes in FILE (its runtime dir's source_clock), not the wall clock\n");
-}
-
 struct Options {
     std::string runtimeDir;
     std::string logPath;
@@ -97,41 +89,28 @@ struct Options {
     std::string clockPath;
 };
 
-// 0 to run, else the exit status.
+// -1 to run, else the exit status.
 int parse_options(int argc, char **argv, Options *options) {
     const char *env = getenv("FACEDET_RUNTIME_DIR");
     options->runtimeDir = env && *env ? env : "/dev";
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        if (arg == "--help" || arg == "-h") {
-            usage(stdout);
-            return -1;
-        }
-        if ((arg == "--runtime-dir" || arg == "--log" || arg == "--seconds" || arg == "--clock") &&
-            i + 1 >= argc) {
-            fprintf(stderr, "camera_sim: %s needs a value\n", arg.c_str());
-            return 2;
-        }
-        if (arg == "--runtime-dir") {
-            options->runtimeDir = argv[++i];
-        } else if (arg == "--clock") {
-            options->clockPath = argv[++i];
-        } else if (arg == "--log") {
-            options->logPath = argv[++i];
-        } else if (arg == "--seconds") {
-            char *end = nullptr;
-            options->seconds = strtod(argv[++i], &end);
-            if (end == argv[i] || *end != '\0' || options->seconds <= 0) {
-                fprintf(stderr, "camera_sim: --seconds wants a positive number, not '%s'\n", argv[i]);
-                return 2;
-            }
-        } else {
-            fprintf(stderr, "camera_sim: unknown argument '%s'\n", arg.c_str());
-            usage(stderr);
-            return 2;
-        }
-    }
-    return 0;
+    CLI::App app{
+        "Answers VISCA packets on DIR/featureCamera_addr.socket as the camera's\n"
+        "control process and moves a virtual pan-tilt-zoom head.",
+        "camera_sim"};
+    tool_cli::set_up(app, "camera_sim [--runtime-dir DIR] [--log FILE] [--seconds S] [--clock FILE]");
+    app.add_option("--runtime-dir", options->runtimeDir,
+                   "socket folder (default $FACEDET_RUNTIME_DIR, else /dev)")
+        ->type_name("DIR");
+    app.add_option("--log", options->logPath, "JSON lines: every packet and the head's state over time")
+        ->type_name("FILE");
+    app.add_option("--seconds", options->seconds, "stop after S seconds (default: until SIGINT or SIGTERM)")
+        ->type_name("S")
+        ->check(tool_cli::positive_number("a positive number"));
+    app.add_option("--clock", options->clockPath,
+                   "move and log on the source time a lockstep host platform\n"
+                   "publishes in FILE (its runtime dir's source_clock), not the wall clock")
+        ->type_name("FILE");
+    return tool_cli::parse(app, argc, argv);
 }
 
 class Simulator {
@@ -144,55 +123,64 @@ class Simulator {
     // The simulation's time: the wall clock, or the followed source time.
     int64_t now() const { return clock_->following() ? clock_->now_us() : now_us(); }
 
-    void log_line(const std::string &json) {
+    void log_line(const nlohmann::ordered_json &line) {
         if (log_) {
-            fprintf(log_, "%s\n", json.c_str());
+            // Text that is not UTF-8 (a strange socket path) is replaced, not refused.
+            fprintf(log_, "%s\n",
+                    line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
             fflush(log_);
         }
     }
 
-    std::string stamp(const char *event) const {
-        return "{\"t_us\":" + std::to_string(tickTime_) + ",\"event\":\"" + event + "\"";
-    }
+    nlohmann::ordered_json stamp(const char *event) const { return {{"t_us", tickTime_}, {"event", event}}; }
 
     void sample() {
-        char text[320];
-        snprintf(text, sizeof text,
-                 ",\"pan\":%.1f,\"tilt\":%.1f,\"width\":%.1f,\"height\":%.1f,\"target_pan\":%.1f,"
-                 "\"target_tilt\":%.1f,\"target_width\":%.1f,\"moving\":%s}",
-                 ptz_.pan().position, ptz_.tilt().position, ptz_.zoom().position,
-                 ptz_.zoom().position * 9 / 16, ptz_.pan().target, ptz_.tilt().target, ptz_.zoom().target,
-                 ptz_.moving() ? "true" : "false");
-        log_line(stamp("state") + text);
+        // One decimal, as the log has always had.
+        nlohmann::ordered_json line = stamp("state");
+        line["pan"] = printf_rounded(ptz_.pan().position, 1);
+        line["tilt"] = printf_rounded(ptz_.tilt().position, 1);
+        line["width"] = printf_rounded(ptz_.zoom().position, 1);
+        line["height"] = printf_rounded(ptz_.zoom().position * 9 / 16, 1);
+        line["target_pan"] = printf_rounded(ptz_.pan().target, 1);
+        line["target_tilt"] = printf_rounded(ptz_.tilt().target, 1);
+        line["target_width"] = printf_rounded(ptz_.zoom().target, 1);
+        line["moving"] = ptz_.moving();
+        log_line(line);
         lastSample_ = tickTime_;
     }
 
     void send_reply(const Bytes &reply, const sockaddr_un &to, socklen_t toLength) {
-        std::string line = stamp("tx") + ",\"bytes\":\"" + hex_bytes(reply.data(), reply.size()) + "\"";
+        nlohmann::ordered_json line = stamp("tx");
+        line["bytes"] = hex_bytes(reply.data(), reply.size());
         if (toLength <= sizeof(sa_family_t)) {
             // An unnamed sender cannot be answered.
-            log_line(line + ",\"sent\":false,\"error\":\"sender has no address\"}");
-            return;
+            line["sent"] = false;
+            line["error"] = "sender has no address";
+        } else if (sendto(fd_, reply.data(), reply.size(), MSG_DONTWAIT,
+                          reinterpret_cast<const sockaddr *>(&to), toLength) < 0) {
+            line["sent"] = false;
+            line["error"] = strerror(errno);
+        } else {
+            line["sent"] = true;
         }
-        if (sendto(fd_, reply.data(), reply.size(), MSG_DONTWAIT, reinterpret_cast<const sockaddr *>(&to),
-                   toLength) < 0) {
-            log_line(line + ",\"sent\":false,\"error\":\"" + strerror(errno) + "\"}");
-            return;
-        }
-        log_line(line + ",\"sent\":true}");
+        log_line(line);
     }
 
     void handle(const uint8_t *packet, int length, const sockaddr_un &from, socklen_t fromLength) {
-        std::string line = stamp("rx") + ",\"len\":" + std::to_string(length) + ",\"bytes\":\"" +
-                           hex_bytes(packet, length) + "\"";
+        nlohmann::ordered_json line = stamp("rx");
+        line["len"] = length;
+        line["bytes"] = hex_bytes(packet, length);
         SimCommand command;
         const char *reason = "";
         if (!parse_sim_command(packet, length, &command, &reason)) {
-            log_line(line + ",\"error\":\"" + reason + "\"}");
+            line["error"] = reason;
+            log_line(line);
             send_reply(reply_syntax_error(), from, fromLength);
             return;
         }
-        log_line(line + ",\"command\":" + std::to_string(command.id) + ",\"name\":\"" + command.name + "\"}");
+        line["command"] = command.id;
+        line["name"] = command.name;
+        log_line(line);
         if (command.inquiry) {
             send_reply(ptz_.inquiry_reply(command), from, fromLength);
             return;
@@ -263,9 +251,8 @@ class Simulator {
 
 int main(int argc, char **argv) {
     Options options;
-    const int parsed = parse_options(argc, argv, &options);
-    if (parsed != 0) {
-        return parsed < 0 ? 0 : parsed;
+    if (const int status = parse_options(argc, argv, &options); status >= 0) {
+        return status;
     }
 
     const std::string path = options.runtimeDir + "/featureCamera_addr.socket";
@@ -305,7 +292,9 @@ int main(int argc, char **argv) {
         clock.follow(options.clockPath);
     }
     Simulator sim(fd, log, &clock);
-    sim.log_line(sim.stamp("start") + ",\"socket\":\"" + path + "\"}");
+    nlohmann::ordered_json start = sim.stamp("start");
+    start["socket"] = path;
+    sim.log_line(start);
     sim.sample();
     printf("camera_sim: listening on %s\n", path.c_str());
     fflush(stdout);
@@ -325,7 +314,9 @@ int main(int argc, char **argv) {
         }
     }
 
-    sim.log_line(sim.stamp("stop") + ",\"reason\":\"" + reason + "\"}");
+    nlohmann::ordered_json stop = sim.stamp("stop");
+    stop["reason"] = reason;
+    sim.log_line(stop);
     close(fd);
     unlink(path.c_str());
     if (log) {

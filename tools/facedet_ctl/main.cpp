@@ -13,18 +13,9 @@
 #include <string>
 #include <vector>
 
-namespace {
+#include "tool_cli.h"
 
-void usage(FILE *out) {
-    fprintf(out,
-            "usage: facedet_ctl [--runtime-dir DIR] run|stop|off\n"
-            "       facedet_ctl [--runtime-dir DIR] BYTE0 BYTE1\n"
-            "  run   auto framing on            (bytes 0x01 0x01)\n"
-            "  stop  auto framing stopped, full view (0x01 0x00)\n"
-            "  off   auto framing off, view reset    (0x01 0x02)\n"
-            "  BYTE0 BYTE1: two raw bytes, decimal or 0x-hex, 0..255\n"
-            "  --runtime-dir DIR: where faceDet's sockets are (default $FACEDET_RUNTIME_DIR, else /dev)\n");
-}
+namespace {
 
 bool parse_byte(const char *text, uint8_t *value) {
     errno = 0;
@@ -47,21 +38,22 @@ int main(int argc, char **argv) {
     const char *env = getenv("FACEDET_RUNTIME_DIR");
     std::string runtimeDir = env && *env ? env : "/dev";
     std::vector<std::string> words;
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        if (arg == "--help" || arg == "-h") {
-            usage(stdout);
-            return 0;
-        }
-        if (arg == "--runtime-dir") {
-            if (i + 1 >= argc) {
-                fprintf(stderr, "facedet_ctl: --runtime-dir needs a folder\n");
-                return 2;
-            }
-            runtimeDir = argv[++i];
-        } else {
-            words.push_back(arg);
-        }
+    CLI::App app{"Sends two bytes to faceDet's control socket, as the camera's own processes do.",
+                 "facedet_ctl"};
+    tool_cli::set_up(app,
+                     "facedet_ctl [--runtime-dir DIR] run|stop|off\n"
+                     "facedet_ctl [--runtime-dir DIR] BYTE0 BYTE1");
+    app.add_option("WORD", words,
+                   "run   auto framing on                 (bytes 0x01 0x01)\n"
+                   "stop  auto framing stopped, full view (0x01 0x00)\n"
+                   "off   auto framing off, view reset    (0x01 0x02)\n"
+                   "or two raw bytes, decimal or 0x-hex, 0..255")
+        ->type_name("");
+    app.add_option("--runtime-dir", runtimeDir,
+                   "where faceDet's sockets are (default $FACEDET_RUNTIME_DIR, else /dev)")
+        ->type_name("DIR");
+    if (const int status = tool_cli::parse(app, argc, argv); status >= 0) {
+        return status;
     }
 
     uint8_t bytes[2] = {0x01, 0x00};
@@ -74,19 +66,14 @@ int main(int argc, char **argv) {
     } else if (words.size() == 2) {
         for (int i = 0; i < 2; ++i) {
             if (!parse_byte(words[i].c_str(), &bytes[i])) {
-                fprintf(stderr, "facedet_ctl: '%s' is not a byte (0..255, decimal or 0x-hex)\n",
-                        words[i].c_str());
-                return 2;
+                return tool_cli::usage_error(app,
+                                             "'" + words[i] + "' is not a byte (0..255, decimal or 0x-hex)");
             }
         }
+    } else if (words.empty()) {
+        return tool_cli::usage_error(app, "say run, stop, off or two bytes (try --help)");
     } else {
-        if (words.empty()) {
-            fprintf(stderr, "facedet_ctl: say run, stop, off or two bytes\n");
-        } else {
-            fprintf(stderr, "facedet_ctl: unknown command '%s'\n", words[0].c_str());
-        }
-        usage(stderr);
-        return 2;
+        return tool_cli::usage_error(app, "unknown command '" + words[0] + "' (try --help)");
     }
 
     const std::string path = runtimeDir + "/sin_addr.socket";

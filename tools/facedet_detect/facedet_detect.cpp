@@ -12,9 +12,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -26,6 +27,7 @@
 #include "detector/slim_face_detector.h"
 #include "annotations.h"
 #include "face_matching.h"
+#include "tool_cli.h"
 
 namespace {
 
@@ -43,68 +45,42 @@ struct Options {
     std::vector<std::string> images;
 };
 
-void usage(FILE *to) {
-    fprintf(to,
-            "usage: facedet_detect [--engine mnn|opencv] [--model FILE.mnn] [--threads N] [--log]\n"
-            "                      [--annotations FILE [--attributes FILE] [--images DIR]] [IMAGE...]\n"
-            "  Prints '<image> <x> <y> <w> <h> <score>' per face, in the image's own pixels.\n"
-            "  --engine       the inference engine (default: $FACEDET_ENGINE, else mnn, the camera's)\n"
-            "  --model        the detector's model path (default ./slim-320-quant-ADMM-50.mnn;\n"
-            "                 the OpenCV engine reads slim-320.onnx from the same directory)\n"
-            "  --annotations  lines 'image x y w h'; scores the detections (IoU >= 0.5). Without\n"
-            "                 IMAGE arguments every annotated image is run, read from --images DIR\n"
-            "                 (default: the folder 'images' beside the annotations file)\n"
-            "  --attributes   lines 'image x y w h blur expression illumination invalid occlusion pose';\n"
-            "                 faces marked invalid are not counted either way\n"
-            "  --log          keep the detector's own output lines\n");
-}
-
-bool parse_options(int argc, char **argv, Options &opt) {
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        const bool hasValue = i + 1 < argc;
-        if (arg == "--model" && hasValue) {
-            opt.model = argv[++i];
-        } else if (arg == "--engine" && hasValue) {
-            opt.engine = argv[++i];
-        } else if (arg == "--threads" && hasValue) {
-            opt.threads = atoi(argv[++i]);
-        } else if (arg == "--annotations" && hasValue) {
-            opt.annotations = argv[++i];
-        } else if (arg == "--attributes" && hasValue) {
-            opt.attributes = argv[++i];
-        } else if (arg == "--images" && hasValue) {
-            opt.imagesDir = argv[++i];
-        } else if (arg == "--log") {
-            opt.log = true;
-        } else if (arg == "-h" || arg == "--help") {
-            usage(stdout);
-            exit(0);
-        } else if (!arg.empty() && arg[0] == '-') {
-            fprintf(stderr, "facedet_detect: unknown or incomplete option %s\n", arg.c_str());
-            return false;
-        } else {
-            opt.images.push_back(arg);
-        }
+// -1 to go on, else the exit status.
+int parse_options(int argc, char **argv, Options &opt) {
+    CLI::App app{"Prints '<image> <x> <y> <w> <h> <score>' per face, in the image's own pixels.",
+                 "facedet_detect"};
+    tool_cli::set_up(app,
+                     "facedet_detect [--engine mnn|opencv] [--model FILE.mnn] [--threads N] [--log]\n"
+                     "               [--annotations FILE [--attributes FILE] [--images DIR]] [IMAGE...]");
+    app.add_option("IMAGE", opt.images, "image files to run the detector on")->type_name("");
+    app.add_option("--engine", opt.engine,
+                   "the inference engine (default: $FACEDET_ENGINE, else mnn, the camera's)")
+        ->type_name("E");
+    app.add_option("--model", opt.model,
+                   "the detector's model path (default ./slim-320-quant-ADMM-50.mnn;\n"
+                   "the OpenCV engine reads slim-320.onnx from the same directory)")
+        ->type_name("FILE");
+    app.add_option("--threads", opt.threads, "threads the detector asks for (default 4)")
+        ->type_name("N")
+        ->check(tool_cli::whole_number(1, INT32_MAX, "a positive number"));
+    app.add_option("--annotations", opt.annotations,
+                   "lines 'image x y w h'; scores the detections (IoU >= 0.5). Without\n"
+                   "IMAGE arguments every annotated image is run, read from --images DIR\n"
+                   "(default: the folder 'images' beside the annotations file)")
+        ->type_name("FILE");
+    app.add_option("--attributes", opt.attributes,
+                   "lines 'image x y w h blur expression illumination invalid occlusion pose';\n"
+                   "faces marked invalid are not counted either way")
+        ->type_name("FILE");
+    app.add_option("--images", opt.imagesDir, "where the annotated images are")->type_name("DIR");
+    app.add_flag("--log", opt.log, "keep the detector's own output lines");
+    if (const int status = tool_cli::parse(app, argc, argv); status >= 0) {
+        return status;
     }
     if (opt.images.empty() && opt.annotations.empty()) {
-        return false;
+        return tool_cli::usage_error(app, "give images or --annotations (try --help)");
     }
-    if (opt.threads < 1) {
-        fprintf(stderr, "facedet_detect: --threads needs a positive number\n");
-        return false;
-    }
-    return true;
-}
-
-std::string base_name(const std::string &path) {
-    const size_t slash = path.rfind('/');
-    return slash == std::string::npos ? path : path.substr(slash + 1);
-}
-
-std::string dir_name(const std::string &path) {
-    const size_t slash = path.rfind('/');
-    return slash == std::string::npos ? "." : path.substr(0, slash);
+    return -1;
 }
 
 // Opens path and hands it to a reader of annotations.h; a line on failure.
@@ -154,9 +130,8 @@ void print_table(FILE *out, const MatchCounts &counts) {
 
 int main(int argc, char **argv) {
     Options opt;
-    if (!parse_options(argc, argv, opt)) {
-        usage(stderr);
-        return 2;
+    if (const int status = parse_options(argc, argv, opt); status >= 0) {
+        return status;
     }
 
     // Our own output goes to the original stdout; the detector's per-frame
@@ -187,10 +162,11 @@ int main(int argc, char **argv) {
             return 1;
         }
         if (opt.images.empty()) {
-            const std::string dir =
-                opt.imagesDir.empty() ? dir_name(opt.annotations) + "/images" : opt.imagesDir;
+            const std::filesystem::path dir =
+                opt.imagesDir.empty() ? std::filesystem::path(opt.annotations).parent_path() / "images"
+                                      : std::filesystem::path(opt.imagesDir);
             for (const std::string &name : annotatedOrder) {
-                opt.images.push_back(dir + "/" + name);
+                opt.images.push_back((dir / name).string());
             }
         }
     }
@@ -231,7 +207,7 @@ int main(int argc, char **argv) {
         }
 
         if (evaluate) {
-            auto it = annotated.find(base_name(path));
+            auto it = annotated.find(std::filesystem::path(path).filename().string());
             std::vector<EvalBox> truth;
             std::vector<bool> invalid;
             if (it != annotated.end()) {

@@ -4,8 +4,6 @@
 #include <cmath>
 #include <map>
 
-#include "replay_render.h"
-
 namespace replay {
 namespace {
 

@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <nlohmann/json.hpp>
+
 namespace replay {
 
 namespace {
@@ -81,34 +83,22 @@ Mode mode_of(unsigned value) {
     }
 }
 
-// The JSON number of "key": in a flat one-line object.
-bool json_number(const std::string &line, const char *key, double *value) {
-    const std::string k = std::string("\"") + key + "\":";
-    const size_t at = line.find(k);
-    if (at == std::string::npos) {
+// The number or text of `key` in a JSON object; false when it is missing or of another type.
+bool json_number(const nlohmann::json &line, const char *key, double *value) {
+    const auto it = line.find(key);
+    if (it == line.end() || !it->is_number()) {
         return false;
     }
-    const char *start = line.c_str() + at + k.size();
-    char *end = nullptr;
-    const double v = strtod(start, &end);
-    if (end == start) {
-        return false;
-    }
-    *value = v;
+    *value = it->get<double>();
     return true;
 }
 
-bool json_string(const std::string &line, const char *key, std::string *value) {
-    const std::string k = std::string("\"") + key + "\":\"";
-    const size_t at = line.find(k);
-    if (at == std::string::npos) {
+bool json_string(const nlohmann::json &line, const char *key, std::string *value) {
+    const auto it = line.find(key);
+    if (it == line.end() || !it->is_string()) {
         return false;
     }
-    const size_t end = line.find('"', at + k.size());
-    if (end == std::string::npos) {
-        return false;
-    }
-    *value = line.substr(at + k.size(), end - at - k.size());
+    *value = it->get<std::string>();
     return true;
 }
 
@@ -287,20 +277,21 @@ SimLog parse_sim_log(const std::string &text) {
     SimLog log;
     for (const std::string &line : whole_lines(text, nullptr)) {
         // A line is a whole object or nothing.
-        if (line.empty() || line.front() != '{' || line.back() != '}') {
+        const nlohmann::json object = nlohmann::json::parse(line, nullptr, false);
+        if (!object.is_object()) {
             continue;
         }
         std::string event;
         double t = 0;
         // A time that no 64-bit count of microseconds holds marks a broken line.
-        if (!json_string(line, "event", &event) || !json_number(line, "t_us", &t) ||
+        if (!json_string(object, "event", &event) || !json_number(object, "t_us", &t) ||
             !(std::fabs(t) < 9.0e18)) {
             continue;
         }
         if (event == "start") {
             log.started = true;
         } else if (event == "stop") {
-            json_string(line, "reason", &log.stopReason);
+            json_string(object, "reason", &log.stopReason);
             if (log.stopReason.empty()) {
                 log.stopReason = "stop";
             }
@@ -308,24 +299,24 @@ SimLog parse_sim_log(const std::string &text) {
             SimRx rx;
             rx.tUs = static_cast<int64_t>(t);
             std::string error;
-            rx.error = json_string(line, "error", &error);
-            json_string(line, "name", &rx.name);
+            rx.error = json_string(object, "error", &error);
+            json_string(object, "name", &rx.name);
             log.rx.push_back(rx);
         } else if (event == "state") {
             SimState s;
             s.tUs = static_cast<int64_t>(t);
-            std::string moving;
-            if (!json_number(line, "pan", &s.pan) || !json_number(line, "tilt", &s.tilt) ||
-                !json_number(line, "width", &s.width) || !json_number(line, "height", &s.height)) {
+            if (!json_number(object, "pan", &s.pan) || !json_number(object, "tilt", &s.tilt) ||
+                !json_number(object, "width", &s.width) || !json_number(object, "height", &s.height)) {
                 continue;
             }
             s.targetPan = s.pan;
             s.targetTilt = s.tilt;
             s.targetWidth = s.width;
-            json_number(line, "target_pan", &s.targetPan);
-            json_number(line, "target_tilt", &s.targetTilt);
-            json_number(line, "target_width", &s.targetWidth);
-            s.moving = line.find("\"moving\":true") != std::string::npos;
+            json_number(object, "target_pan", &s.targetPan);
+            json_number(object, "target_tilt", &s.targetTilt);
+            json_number(object, "target_width", &s.targetWidth);
+            const auto moving = object.find("moving");
+            s.moving = moving != object.end() && *moving == true;
             log.states.push_back(s);
         }
     }

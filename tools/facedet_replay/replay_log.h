@@ -11,6 +11,10 @@
 
 namespace replay {
 
+// The analysis port's picture size: the daemon's face boxes are in its pixels.
+constexpr int kFrameWidth = 416;
+constexpr int kFrameHeight = 234;
+
 struct Box {
     int x = 0, y = 0, w = 0, h = 0;
 };

@@ -1,5 +1,5 @@
 // The pictures of a replay, drawn and encoded by OpenCV: the side-by-side
-// video and the timeline.
+// video (one picture per delivered frame, frame_picture.h) and the timeline.
 #ifndef FACEDET_REPLAY_RENDER_H
 #define FACEDET_REPLAY_RENDER_H
 
@@ -10,23 +10,6 @@
 #include "replay_log.h"
 
 namespace replay {
-
-// The analysis port's picture size, and the size of each half of the video.
-constexpr int kFrameWidth = 416;
-constexpr int kFrameHeight = 234;
-constexpr int kPanelWidth = 640;
-constexpr int kPanelHeight = 360;
-
-struct SourceInfo {
-    bool ok = false;
-    std::string error;
-    std::string kind;  // "raw", "image", "video"
-    double fps = 30;
-    long frames = -1;  // -1: unknown
-};
-
-// Opens the source as the host platform would and reports what it is.
-SourceInfo probe_source(const std::string &path);
 
 struct VideoResult {
     bool ok = false;

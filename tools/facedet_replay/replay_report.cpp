@@ -15,11 +15,6 @@ std::string fmt(const char *format, double value) {
     return text;
 }
 
-std::string spread_json(const Spread &s) {
-    return "{\"count\":" + std::to_string(s.count) + ",\"median_ms\":" + fmt("%.1f", s.median) +
-           ",\"p95_ms\":" + fmt("%.1f", s.p95) + ",\"max_ms\":" + fmt("%.1f", s.max) + "}";
-}
-
 std::string spread_row(const char *name, const Spread &s) {
     if (s.count == 0) {
         return std::string("<tr><td>") + name + "</td><td colspan=\"3\">no lines</td></tr>\n";
@@ -52,23 +47,6 @@ std::string html_escape(const std::string &text) {
                 break;
             default:
                 out += c;
-        }
-    }
-    return out;
-}
-
-std::string json_escape(const std::string &text) {
-    std::string out;
-    for (char c : text) {
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += c;
-        } else if (static_cast<unsigned char>(c) < 0x20) {
-            char esc[8];
-            snprintf(esc, sizeof esc, "\\u%04x", static_cast<unsigned>(static_cast<unsigned char>(c)));
-            out += esc;
-        } else {
-            out += c;
         }
     }
     return out;
@@ -179,84 +157,6 @@ Summary summarise(const RunInfo &run, const DaemonLog &daemon, const std::vector
     }
     s.gamma = gamma;
     return s;
-}
-
-std::string summary_json(const Summary &s) {
-    const RunInfo &r = s.run;
-    std::string j = "{\n";
-    j += "  \"complete\": " + std::string(r.complete ? "true" : "false") + ",\n";
-    j += "  \"reason\": \"" + json_escape(r.reason) + "\",\n";
-    j += "  \"source\": \"" + json_escape(r.source) + "\",\n";
-    j += "  \"pace\": \"" + json_escape(r.pace) + "\",\n";
-    j += "  \"frame_cost_ms\": " + (s.frameCostMs < 0 ? std::string("null") : fmt("%.1f", s.frameCostMs)) +
-         ",\n";
-    j += "  \"analysed_fps\": " + (s.analysedFps < 0 ? std::string("null") : fmt("%.2f", s.analysedFps)) +
-         ",\n";
-    j += "  \"engine\": \"" + json_escape(s.engine) + "\",\n";
-    j += "  \"model\": \"" + json_escape(s.model) + "\",\n";
-    j += "  \"seconds\": " + fmt("%.1f", r.seconds) + ",\n";
-    j += "  \"daemon_exit\": " + std::to_string(r.daemonExit) + ",\n";
-    j += "  \"wall_seconds\": " + fmt("%.2f", r.wallSeconds) + ",\n";
-    j += "  \"frames\": {\"delivered\": " + std::to_string(s.delivered) +
-         ", \"taken\": " + std::to_string(s.taken) + ", \"dropped\": " + std::to_string(s.dropped) +
-         ", \"taken_in_daemon_log\": " + std::to_string(s.takenInDaemonLog) +
-         ", \"analysed\": " + std::to_string(s.analysed) +
-         ", \"auto_framing\": " + std::to_string(s.framingFrames) + "},\n";
-    j += "  \"duration_seconds\": " + fmt("%.3f", s.durationSeconds) + ",\n";
-    j += "  \"faces\": {\"mean\": " + fmt("%.3f", s.facesMean) + ", \"max\": " + std::to_string(s.facesMax) +
-         ", \"frames_with_faces\": " + std::to_string(s.framesWithFaces) + ", \"histogram\": [";
-    for (size_t i = 0; i < s.faceHistogram.size(); ++i) {
-        j += (i ? ", " : "") + std::to_string(s.faceHistogram[i]);
-    }
-    j += "]},\n";
-    j += "  \"no_face_found\": " + std::string(s.framesWithFaces == 0 ? "true" : "false") + ",\n";
-    j += "  \"moves\": " + std::to_string(s.moves) + ",\n";
-    j += "  \"moves_per_minute\": " + fmt("%.2f", s.movesPerMinute) + ",\n";
-    j += "  \"first_move_seconds\": " +
-         (s.firstMoveSeconds < 0 ? std::string("null") : fmt("%.3f", s.firstMoveSeconds)) + ",\n";
-    j += "  \"full_view_resets\": " + std::to_string(s.resets) + ",\n";
-    j += "  \"stopped_full_views\": " + std::to_string(s.stopFullViews) + ",\n";
-    j += "  \"stages\": {\"get_frame\": " + spread_json(s.getFrame) +
-         ", \"autogamma\": " + spread_json(s.autogamma) + ", \"invoke\": " + spread_json(s.invoke) +
-         ", \"strategies\": " + spread_json(s.strategies) + ", \"all\": " + spread_json(s.all) + "},\n";
-    j += "  \"camera\": {\"packets\": " + std::to_string(s.simPackets) +
-         ", \"malformed\": " + std::to_string(s.simBadPackets) +
-         ", \"state_samples\": " + std::to_string(s.simStates) + "},\n";
-    j += "  \"gamma\": {\"asked\": " + std::string(r.gammaAsked ? "true" : "false") + ", \"status\": \"" +
-         json_escape(r.gammaStatus) + "\", \"answers\": [";
-    for (size_t i = 0; i < s.gamma.size(); ++i) {
-        const GammaAnswer &a = s.gamma[i];
-        j += std::string(i ? ", " : "") + "{\"answer\": " + std::to_string(a.answer) +
-             ", \"valid\": " + std::to_string(a.valid) + ", \"mean\": " + std::to_string(a.mean) +
-             ", \"std_dev\": " + std::to_string(a.stdDev) + ", \"p50\": " + std::to_string(a.p50) +
-             ", \"accepted\": " + (a.accepted ? "true" : "false") + "}";
-    }
-    j += "]},\n";
-    if (!s.truthFile.empty()) {
-        const FramingScore &t = s.truth;
-        auto num = [](const std::optional<double> &v) { return v ? fmt("%.4f", *v) : std::string("null"); };
-        j += "  \"truth\": {\"file\": \"" + json_escape(s.truthFile) +
-             "\", \"frames_scored\": " + std::to_string(t.framesScored) +
-             ", \"frames_with_person\": " + std::to_string(t.framesWithPerson) +
-             ", \"face_in_view\": " + num(t.faceInView) +
-             ", \"face_in_centre_third\": " + num(t.faceInCentreThird) +
-             ", \"centre_offset_median\": " + num(t.centreOffsetMedian) +
-             ", \"centre_offset_p95\": " + num(t.centreOffsetP95) +
-             ", \"face_height_median\": " + num(t.faceHeightMedian) +
-             ", \"face_height_p95\": " + num(t.faceHeightP95) +
-             ", \"moves_per_minute\": " + num(t.movesPerMinute) +
-             ", \"reversal_share\": " + num(t.reversalShare) +
-             ", \"entry_to_frame_s\": " + num(t.entryToFrameS) +
-             ", \"exit_to_full_view_s\": " + num(t.exitToFullViewS) +
-             ", \"target_changes_per_minute\": " + num(t.targetChangesPerMinute) + "},\n";
-    }
-    j += "  \"daemon_log_cut\": " + std::string(s.daemonLogCut ? "true" : "false") + ",\n";
-    j += "  \"notes\": [";
-    for (size_t i = 0; i < r.notes.size(); ++i) {
-        j += std::string(i ? ", " : "") + "\"" + json_escape(r.notes[i]) + "\"";
-    }
-    j += "]\n}\n";
-    return j;
 }
 
 std::string report_html(const Summary &s, bool haveVideo, bool haveTimeline) {

@@ -56,13 +56,14 @@ std::vector<int64_t> taken_frame_times(const DaemonLog &daemon, const std::vecto
 Summary summarise(const RunInfo &run, const DaemonLog &daemon, const std::vector<FrameLogEntry> &frames,
                   const SimLog &sim, const std::vector<GammaAnswer> &gamma);
 
+// The figures as JSON (written by the JSON library, in summary_json.cpp):
+// one top-level key a line, what is under it on the same line.
 std::string summary_json(const Summary &s);
 // `haveVideo`/`haveTimeline`: whether the pictures were written.
 std::string report_html(const Summary &s, bool haveVideo, bool haveTimeline);
 
-// Text made safe for HTML and for JSON strings.
+// Text made safe for HTML.
 std::string html_escape(const std::string &text);
-std::string json_escape(const std::string &text);
 
 }  // namespace replay
 

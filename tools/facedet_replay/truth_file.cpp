@@ -4,8 +4,6 @@
 #include <cstdlib>
 #include <sstream>
 
-#include "replay_render.h"
-
 namespace replay {
 namespace {
 

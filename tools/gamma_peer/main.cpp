@@ -20,6 +20,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -28,6 +29,7 @@
 #include "faceDet/gamma_record.h"
 #include "dbgout/runtime_env.h"
 #include "share_memory/share_memory.h"
+#include "tool_cli.h"
 
 #ifdef GAMMA_PEER_WITH_PNG
 #include <opencv2/imgcodecs.hpp>
@@ -61,79 +63,49 @@ const char kPngNote[] = "";
 const char kPngNote[] = " (not in this build: no OpenCV)";
 #endif
 
-void usage(FILE *out) {
-    fprintf(out,
-            "usage: gamma_peer [--once | --every N] [--strength S] [--no-apply] [--answers N]\n"
-            "                  [--seconds S] [--poll-ms MS] [--csv FILE] [--png FILE]\n"
-            "  Asks a running faceDet for gamma curves through its shared-memory segment\n"
-            "  (key $FACEDET_SHM_KEY, else 0x1123) and takes each answer into use.\n"
-            "  --once        ask once (default)\n"
-            "  --every N     ask again N polls after each answer\n"
-            "  --strength S  blend strength sent with each request (default 100)\n"
-            "  --no-apply    never report a curve as applied (isuse stays 0)\n"
-            "  --answers N   stop after N answers\n"
-            "  --seconds S   stop after S seconds (exit status 3 if --answers was not reached)\n"
-            "  --poll-ms MS  poll period between requests (default 33, one frame)\n"
-            "  --csv FILE    write the last answer (statistics and curve) as name,value lines\n"
-            "  --png FILE    draw the last curve against the identity%s\n",
-            kPngNote);
-}
-
-bool parse_int(const char *text, long low, long high, int *value) {
-    errno = 0;
-    char *end = nullptr;
-    const long parsed = strtol(text, &end, 10);
-    if (errno != 0 || end == text || *end != '\0' || parsed < low || parsed > high) {
-        return false;
-    }
-    *value = static_cast<int>(parsed);
-    return true;
-}
-
-// 0 to go on, else the exit status.
+// -1 to go on, else the exit status.
 int parse_options(int argc, char **argv, Options *o) {
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        const bool hasValue = i + 1 < argc;
-        bool ok = true;
-        if (arg == "--help" || arg == "-h") {
-            usage(stdout);
-            return -1;
-        } else if (arg == "--once") {
-            o->every = 0;
-        } else if (arg == "--every" && hasValue) {
-            ok = parse_int(argv[++i], 1, 1000000, &o->every);
-        } else if (arg == "--strength" && hasValue) {
-            ok = parse_int(argv[++i], INT32_MIN, INT32_MAX, &o->strength);
-        } else if (arg == "--no-apply") {
-            o->apply = false;
-        } else if (arg == "--answers" && hasValue) {
-            ok = parse_int(argv[++i], 1, 1000000, &o->answers);
-        } else if (arg == "--seconds" && hasValue) {
-            char *end = nullptr;
-            o->seconds = strtod(argv[++i], &end);
-            ok = end != argv[i] && *end == '\0' && o->seconds > 0.0;
-        } else if (arg == "--poll-ms" && hasValue) {
-            ok = parse_int(argv[++i], 1, 60000, &o->pollMs);
-        } else if (arg == "--csv" && hasValue) {
-            o->csv = argv[++i];
-        } else if (arg == "--png" && hasValue) {
-#ifdef GAMMA_PEER_WITH_PNG
-            o->png = argv[++i];
-#else
-            fprintf(stderr, "gamma_peer: --png needs a build with OpenCV\n");
-            return 2;
-#endif
-        } else {
-            fprintf(stderr, "gamma_peer: unknown or incomplete argument '%s' (try --help)\n", arg.c_str());
-            return 2;
-        }
-        if (!ok) {
-            fprintf(stderr, "gamma_peer: bad value '%s' for %s\n", argv[i], arg.c_str());
-            return 2;
-        }
+    CLI::App app{
+        "Asks a running faceDet for gamma curves through its shared-memory segment\n"
+        "(key $FACEDET_SHM_KEY, else 0x1123) and takes each answer into use.",
+        "gamma_peer"};
+    tool_cli::set_up(app,
+                     "gamma_peer [--once | --every N] [--strength S] [--no-apply] [--answers N]\n"
+                     "           [--seconds S] [--poll-ms MS] [--csv FILE] [--png FILE]");
+    // --once is the default; given with --every, --every counts.
+    app.add_flag_callback(
+        "--once", [o] { o->every = 0; }, "ask once (default)");
+    app.add_option("--every", o->every, "ask again N polls after each answer")
+        ->type_name("N")
+        ->check(tool_cli::whole_number(1, 1000000, "a count of polls from 1 to 1000000"));
+    app.add_option("--strength", o->strength, "blend strength sent with each request (default 100)")
+        ->type_name("S")
+        ->check(tool_cli::whole_number(INT32_MIN, INT32_MAX, "a whole number"));
+    app.add_flag_callback(
+        "--no-apply", [o] { o->apply = false; }, "never report a curve as applied (isuse stays 0)");
+    app.add_option("--answers", o->answers, "stop after N answers")
+        ->type_name("N")
+        ->check(tool_cli::whole_number(1, 1000000, "a count from 1 to 1000000"));
+    app.add_option("--seconds", o->seconds,
+                   "stop after S seconds (exit status 3 if --answers was not reached)")
+        ->type_name("S")
+        ->check(tool_cli::positive_number("a positive number"));
+    app.add_option("--poll-ms", o->pollMs, "poll period between requests (default 33, one frame)")
+        ->type_name("MS")
+        ->check(tool_cli::whole_number(1, 60000, "milliseconds from 1 to 60000"));
+    app.add_option("--csv", o->csv, "write the last answer (statistics and curve) as name,value lines")
+        ->type_name("FILE");
+    app.add_option("--png", o->png, std::string("draw the last curve against the identity") + kPngNote)
+        ->type_name("FILE");
+    if (const int status = tool_cli::parse(app, argc, argv); status >= 0) {
+        return status;
     }
-    return 0;
+#ifndef GAMMA_PEER_WITH_PNG
+    if (!o->png.empty()) {
+        return tool_cli::usage_error(app, "--png needs a build with OpenCV");
+    }
+#endif
+    return -1;
 }
 
 double now_seconds() {
@@ -225,8 +197,8 @@ void report(const GammaRecord &r, int answer, int askedIsuse) {
 
 int main(int argc, char **argv) {
     Options o;
-    if (int status = parse_options(argc, argv, &o); status != 0) {
-        return status < 0 ? 0 : status;
+    if (const int status = parse_options(argc, argv, &o); status >= 0) {
+        return status;
     }
     setvbuf(stdout, nullptr, _IOLBF, 0);
     struct sigaction action;

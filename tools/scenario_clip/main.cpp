@@ -5,95 +5,65 @@
  * people really were.
  */
 #include <cstdio>
-#include <cstdlib>
 #include <string>
+#include <utility>
 
 #include "scenario_clip.h"
+#include "tool_cli.h"
 
 namespace {
 
-void usage(FILE *out) {
-    fprintf(out,
-            "usage: scenario_clip --scenario NAME [--frames N] [--out FILE] [--truth FILE]\n"
-            "                     [--shared DIR] [--preview FRAME FILE.png]\n"
-            "       scenario_clip --video FILE [--frames N] --out FILE\n"
-            "  --scenario NAME  one of:\n");
+// The scenarios, one a line (bench/framing_quality.sh reads the names from --help).
+std::string scenario_list() {
+    std::string list = "one of:";
     for (const scenario::ScenarioInfo &s : scenario::scenarios()) {
-        fprintf(out, "                     %-15s %s (%d frames)\n", s.name, s.description, s.defaultFrames);
+        char line[160];
+        snprintf(line, sizeof line, "\n%-15s %s (%d frames)", s.name, s.description, s.defaultFrames);
+        list += line;
     }
-    fprintf(out,
-            "  --frames N       clip length (default: the scenario's own)\n"
-            "  --out FILE       the clip, raw NV12\n"
-            "  --truth FILE     CSV 'frame,person,x,y,w,h': each visible face, 416x234 pixels,\n"
-            "                   after '# size=416x234' and '# frames=N'\n"
-            "  --shared DIR     folder holding data/ (default %s)\n"
-            "  --preview F PNG  also writes frame F as a picture\n"
-            "  --video FILE     the frames of a video file instead, scaled as the platform scales them\n",
-            FACEDET_SHARED_DIR);
-}
-
-bool parse_int(const char *text, int *value) {
-    char *end = nullptr;
-    long parsed = strtol(text, &end, 10);
-    if (end == text || *end != '\0' || parsed < 0 || parsed > 100000) {
-        return false;
-    }
-    *value = static_cast<int>(parsed);
-    return true;
+    return list;
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
-    std::string name, out, truth, preview, video;
+    std::string name, out, truth, video;
     std::string shared = FACEDET_SHARED_DIR;
     int frames = 0;
-    int previewFrame = -1;
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        if (arg == "--help" || arg == "-h") {
-            usage(stdout);
-            return 0;
-        }
-        const int values = arg == "--preview" ? 2 : 1;
-        if (arg.rfind("--", 0) != 0 || i + values >= argc) {
-            fprintf(stderr, "scenario_clip: %s\n",
-                    arg.rfind("--", 0) == 0 ? (arg + " needs a value").c_str()
-                                            : ("unexpected argument '" + arg + "'").c_str());
-            return 2;
-        }
-        const char *value = argv[i + 1];
-        if (arg == "--scenario") {
-            name = value;
-        } else if (arg == "--video") {
-            video = value;
-        } else if (arg == "--out") {
-            out = value;
-        } else if (arg == "--truth") {
-            truth = value;
-        } else if (arg == "--shared") {
-            shared = value;
-        } else if (arg == "--frames") {
-            if (!parse_int(value, &frames) || frames < 2) {
-                fprintf(stderr, "scenario_clip: --frames wants a whole number of at least 2, not '%s'\n",
-                        value);
-                return 2;
-            }
-        } else if (arg == "--preview") {
-            if (!parse_int(value, &previewFrame)) {
-                fprintf(stderr, "scenario_clip: --preview wants a frame number, not '%s'\n", value);
-                return 2;
-            }
-            preview = argv[i + 2];
-        } else {
-            fprintf(stderr, "scenario_clip: unknown option '%s'\n", arg.c_str());
-            return 2;
-        }
-        i += values;
+    std::pair<int, std::string> preview{-1, ""};
+    CLI::App app{
+        "Writes a scenario clip (raw NV12, 416x234) for the host platform's file source,\n"
+        "and the place of every face on every frame as CSV.",
+        "scenario_clip"};
+    tool_cli::set_up(app,
+                     "scenario_clip --scenario NAME [--frames N] [--out FILE] [--truth FILE]\n"
+                     "              [--shared DIR] [--preview FRAME FILE.png]\n"
+                     "scenario_clip --video FILE [--frames N] --out FILE");
+    app.add_option("--scenario", name, scenario_list())->type_name("NAME");
+    app.add_option("--frames", frames, "clip length (default: the scenario's own)")
+        ->type_name("N")
+        ->check(tool_cli::whole_number(2, 100000, "a whole number of at least 2"));
+    app.add_option("--out", out, "the clip, raw NV12")->type_name("FILE");
+    app.add_option("--truth", truth,
+                   "CSV 'frame,person,x,y,w,h': each visible face, 416x234 pixels,\n"
+                   "after '# size=416x234' and '# frames=N'")
+        ->type_name("FILE");
+    app.add_option("--shared", shared,
+                   std::string("folder holding data/ (default ") + FACEDET_SHARED_DIR + ")")
+        ->type_name("DIR");
+    app.add_option("--preview", preview, "also writes frame FRAME as a picture")
+        ->type_name("FRAME FILE.png")
+        ->check(tool_cli::whole_number(0, 100000, "a frame number").application_index(0));
+    app.add_option("--video", video, "the frames of a video file instead, scaled as the platform scales them")
+        ->type_name("FILE");
+    if (const int status = tool_cli::parse(app, argc, argv); status >= 0) {
+        return status;
     }
-    if (name.empty() == video.empty() || (out.empty() && truth.empty() && preview.empty())) {
-        usage(stderr);
-        return 2;
+    if (name.empty() == video.empty()) {
+        return tool_cli::usage_error(app, "give either --scenario NAME or --video FILE (try --help)");
+    }
+    if (out.empty() && truth.empty() && preview.second.empty()) {
+        return tool_cli::usage_error(app, "nothing to write: give --out, --truth or --preview (try --help)");
     }
 
     scenario::Clip clip;
@@ -101,7 +71,7 @@ int main(int argc, char **argv) {
     const bool built = video.empty() ? scenario::build_clip(name, frames, shared, &clip, &error)
                                      : scenario::video_clip(video, frames, &clip, &error);
     if (!built || !scenario::write_clip(clip, out, truth, &error) ||
-        (!preview.empty() && !scenario::frame_to_png(clip, previewFrame, preview, &error))) {
+        (!preview.second.empty() && !scenario::frame_to_png(clip, preview.first, preview.second, &error))) {
         fprintf(stderr, "scenario_clip: %s\n", error.c_str());
         return 1;
     }

@@ -9,7 +9,7 @@
 
 #include <gtest/gtest.h>
 
-#include "child_process.h"
+#include "process_helpers.h"
 #include "detector/face_det_api.h"
 #include "detector/inference_engine.h"
 #include "detector/slim_face_detector.h"

@@ -5,19 +5,34 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 
-#include "temp_dir.h"
-
 extern char **environ;
 
-ChildProcess::ChildProcess(const std::string &program, const Options &options) {
-    static int counter = 0;
-    const std::string stem = options.workDir + "/child" + std::to_string(++counter);
-    outPath_ = stem + ".out";
-    errPath_ = stem + ".err";
+namespace {
 
+std::string read_text(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream content;
+    content << in.rdbuf();
+    return content.str();
+}
+
+}  // namespace
+
+ChildProcess::ChildProcess(const std::string &program, const Options &options) {
+    static std::atomic<int> counter{0};
+    const std::string stem = options.workDir + "/child" + std::to_string(++counter);
+    outPath_ = options.outPath.empty() ? stem + ".out" : options.outPath;
+    errPath_ = options.errPath.empty() ? stem + ".err" : options.errPath;
+
+    // Everything the child needs is made here: between fork and exec only
+    // async-signal-safe calls are allowed, as the parent may run threads.
     std::map<std::string, std::string> env;
     for (char **e = environ; *e; ++e) {
         const std::string entry(*e);
@@ -42,16 +57,20 @@ ChildProcess::ChildProcess(const std::string &program, const Options &options) {
     }
     argv.push_back(nullptr);
     envp.push_back(nullptr);
+    const char *workDir = options.workDir.empty() ? nullptr : options.workDir.c_str();
 
+    // Buffered output of the parent would otherwise be written twice.
+    fflush(stdout);
+    fflush(stderr);
     pid_ = fork();
     if (pid_ < 0) {
-        throw std::runtime_error("fork failed");
+        throw std::runtime_error("cannot start " + program + ": fork failed");
     }
     if (pid_ == 0) {
         const int in = open("/dev/null", O_RDONLY);
         const int out = open(outPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
         const int err = open(errPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        if (in < 0 || out < 0 || err < 0 || chdir(options.workDir.c_str()) != 0 || dup2(in, 0) < 0 ||
+        if (in < 0 || out < 0 || err < 0 || (workDir != nullptr && chdir(workDir) != 0) || dup2(in, 0) < 0 ||
             dup2(out, 1) < 0 || dup2(err, 2) < 0) {
             _exit(127);
         }
@@ -61,17 +80,18 @@ ChildProcess::ChildProcess(const std::string &program, const Options &options) {
 }
 
 ChildProcess::~ChildProcess() {
-    if (!reaped_ && pid_ > 0) {
+    if (!poll()) {
         kill(pid_, SIGKILL);
         waitpid(pid_, nullptr, 0);
     }
 }
 
 std::string ChildProcess::out() const {
-    return read_file(outPath_);
+    return read_text(outPath_);
 }
+
 std::string ChildProcess::err() const {
-    return read_file(errPath_);
+    return read_text(errPath_);
 }
 
 bool ChildProcess::wait_for_output(const std::string &text, std::chrono::milliseconds timeout) const {
@@ -79,26 +99,39 @@ bool ChildProcess::wait_for_output(const std::string &text, std::chrono::millise
 }
 
 void ChildProcess::signal(int sig) const {
-    kill(pid_, sig);
+    if (status_ < 0) {
+        kill(pid_, sig);
+    }
+}
+
+bool ChildProcess::poll() {
+    if (status_ >= 0) {
+        return true;
+    }
+    int raw = 0;
+    if (waitpid(pid_, &raw, WNOHANG) != pid_) {
+        return false;
+    }
+    status_ = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
+    return true;
 }
 
 int ChildProcess::wait_exit(std::chrono::milliseconds timeout) {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    int status = 0;
-    while (waitpid(pid_, &status, WNOHANG) != pid_) {
-        if (std::chrono::steady_clock::now() >= deadline) {
-            return -1;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    reaped_ = true;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    eventually([this] { return poll(); }, timeout);
+    return status_;
 }
 
-std::unique_ptr<ChildProcess> spawn(const std::string &program, std::vector<std::string> args,
-                                    const std::string &workDir, std::map<std::string, std::string> env) {
-    return std::make_unique<ChildProcess>(
-        program, ChildProcess::Options{std::move(args), std::move(env), {}, workDir});
+bool ChildProcess::stop(std::chrono::milliseconds grace) {
+    if (poll()) {
+        return true;
+    }
+    signal(SIGTERM);
+    if (wait_exit(grace) >= 0) {
+        return true;
+    }
+    signal(SIGKILL);
+    wait_exit(std::chrono::seconds(5));
+    return false;
 }
 
 bool eventually(const std::function<bool()> &done, std::chrono::milliseconds limit) {
@@ -108,12 +141,4 @@ bool eventually(const std::function<bool()> &done, std::chrono::milliseconds lim
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     return held;
-}
-
-size_t count_of(const std::string &haystack, const std::string &needle) {
-    size_t count = 0;
-    for (size_t at = haystack.find(needle); at != std::string::npos; at = haystack.find(needle, at + 1)) {
-        ++count;
-    }
-    return count;
 }

@@ -1,0 +1,53 @@
+// The source a replay plays, read as the host platform reads it: a raw NV12
+// clip of 416x234 frames, a still image (a clip of one frame) or a video
+// (through FFmpeg), each frame scaled to the analysis port's size.
+#ifndef FACEDET_REPLAY_SOURCE_H
+#define FACEDET_REPLAY_SOURCE_H
+
+#include <cstdint>
+#include <fstream>
+#include <memory>
+#include <string>
+
+#include <opencv2/core.hpp>
+#include <opencv2/videoio.hpp>
+
+namespace replay {
+
+struct SourceInfo {
+    bool ok = false;
+    std::string error;
+    std::string kind;  // "raw", "image", "video"
+    double fps = 30;
+    long frames = -1;  // -1: unknown
+};
+
+// Opens the source as the host platform would and reports what it is.
+SourceInfo probe_source(const std::string &path);
+
+// Source frames by index (BGR, 416x234), read forward; a looping run's
+// indices go past the end and wrap to the start.
+class SourceReader {
+  public:
+    explicit SourceReader(const std::string &path) : path_(path) {}
+
+    // An empty picture when the source has no frame at all.
+    cv::Mat frame(uint64_t index);
+
+  private:
+    void reopen();
+    cv::Mat read_next();
+
+    std::string path_;
+    bool open_ = false;
+    uint64_t position_ = 0;  // frames read since the last opening
+    long length_ = -1;
+    cv::Mat current_;
+    cv::Mat still_;
+    std::unique_ptr<std::ifstream> raw_;
+    cv::VideoCapture video_;
+};
+
+}  // namespace replay
+
+#endif

@@ -1,0 +1,77 @@
+// The fourth step of a replay: the logs read back, whatever happened, and the
+// run judged complete or not, with the reason.
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+
+#include "replay_steps.h"
+
+namespace replay {
+
+namespace {
+
+std::string read_text(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+std::string whole_seconds(double s) {
+    char text[32];
+    snprintf(text, sizeof text, "%.0f", s);
+    return text;
+}
+
+}  // namespace
+
+Logs judge(const Options &o, const Launch &l, const Supervision &s, RunInfo *run) {
+    Logs logs;
+    logs.daemonErr = read_text(l.daemonErr);
+    logs.daemon = parse_daemon_log(read_text(l.daemonOut), logs.daemonErr);
+    logs.frames = parse_frame_log(read_text(l.frameLog));
+    logs.sim = parse_sim_log(read_text(l.simLog));
+    if (s.gammaStarted) {
+        logs.gamma = parse_gamma_output(read_text(l.gammaOut));
+    }
+
+    const std::string &err = logs.daemonErr;
+    if (!l.daemon) {
+        run->reason = "the daemon could not be started";
+    } else if (logs.daemon.cannotOpenSource || s.cannotOpen) {
+        run->reason = "the daemon cannot open the source";
+        const size_t at = err.find("host platform: cannot open");
+        run->notes.push_back(err.substr(at, err.find('\n', at) - at));
+    } else if (s.interrupted) {
+        run->reason = "interrupted after " + whole_seconds(run->wallSeconds) + " s";
+    } else if (s.killedForTime) {
+        run->reason = std::string(s.hung ? "daemon killed after " : "daemon stopped after ") +
+                      whole_seconds(s.limit) + " s (time-out)";
+    } else if (s.hung) {
+        run->reason = "daemon killed: it did not end within 15 s of SIGTERM";
+    } else if (o.seconds == 0 && s.daemonEnded && run->daemonExit != 0) {
+        run->reason =
+            "the daemon ended with status " + std::to_string(run->daemonExit) + " before the clip's end";
+    } else if (o.seconds > 0 && s.daemonEnded) {
+        run->reason = "the daemon ended by itself (status " + std::to_string(run->daemonExit) + ") before " +
+                      whole_seconds(o.seconds) + " s";
+    } else if (!s.runSent) {
+        run->reason = "auto framing was never switched on (facedet_ctl run failed)";
+    } else {
+        run->complete = true;
+        run->reason =
+            o.seconds > 0 ? "played for " + whole_seconds(o.seconds) + " s" : "clip played to the end";
+    }
+    if (logs.daemon.cutAtEnd) {
+        run->notes.push_back("the daemon's log ends in a cut line");
+    }
+    if (s.simStatus != 0) {
+        run->notes.push_back("camera_sim ended with status " + std::to_string(s.simStatus));
+    }
+    if (s.gammaStarted && s.gammaStatus != 0) {
+        run->notes.push_back("gamma_peer ended with status " + std::to_string(s.gammaStatus));
+    }
+    return logs;
+}
+
+}  // namespace replay

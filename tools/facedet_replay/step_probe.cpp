@@ -1,0 +1,108 @@
+// The first step of a replay: everything that can be refused is refused here,
+// before a process starts (exit status 2), and the output folder is prepared.
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <system_error>
+
+#include "replay_steps.h"
+
+namespace fs = std::filesystem;
+
+namespace replay {
+
+namespace {
+
+bool is_executable(const std::string &path) {
+    return !path.empty() && access(path.c_str(), X_OK) == 0;
+}
+
+// A folder that holds nothing: none, or empty.
+bool holds_nothing(const std::string &path) {
+    std::error_code error;
+    return !fs::exists(path, error) || (fs::is_directory(path, error) && fs::is_empty(path, error));
+}
+
+std::string read_text(const std::string &path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+}  // namespace
+
+bool probe(const Options &o, Probe *p) {
+    p->source = probe_source(o.source);
+    if (!p->source.ok) {
+        fprintf(stderr, "facedet_replay: %s; nothing was started\n", p->source.error.c_str());
+        return false;
+    }
+    if (!holds_nothing(o.out) && !o.force) {
+        fprintf(stderr,
+                "facedet_replay: output folder '%s' exists and is not empty (use --force to write into it)\n",
+                o.out.c_str());
+        return false;
+    }
+    p->out = fs::absolute(o.out).string();
+    p->logs = p->out + "/logs";
+    std::error_code error;
+    fs::create_directories(p->logs, error);
+    if (error) {
+        fprintf(stderr, "facedet_replay: cannot create '%s': %s\n", p->logs.c_str(), error.message().c_str());
+        return false;
+    }
+    // Results of an earlier run in a forced folder must not pass for this run's.
+    for (const char *name : {"summary.json", "report.html", "replay.mp4", "timeline.png"}) {
+        fs::remove(p->out + "/" + name, error);
+    }
+
+    p->daemonBin = FACEDET_REPLAY_DAEMON;
+    p->simBin = FACEDET_REPLAY_CAMERA_SIM;
+    p->ctlBin = FACEDET_REPLAY_CTL;
+    p->gammaBin = FACEDET_REPLAY_GAMMA_PEER;
+    if (!is_executable(p->gammaBin)) {
+        // Built after this tool was configured: beside it, in the tools' folder.
+        const fs::path toolsDir = fs::read_symlink("/proc/self/exe", error).parent_path().parent_path();
+        p->gammaBin = ((error ? fs::path(".") : toolsDir) / "gamma_peer" / "gamma_peer").string();
+    }
+    for (const std::string &bin : {p->daemonBin, p->simBin, p->ctlBin}) {
+        if (!is_executable(bin)) {
+            fprintf(stderr, "facedet_replay: '%s' is not built; nothing was started\n", bin.c_str());
+            return false;
+        }
+    }
+
+    RunInfo &run = p->run;
+    run.source = fs::absolute(o.source).string();
+    run.pace = o.pace;
+    run.seconds = o.seconds;
+    run.gammaAsked = o.gamma;
+    if (o.gamma && !is_executable(p->gammaBin)) {
+        run.gammaStatus = "gamma_peer not built";
+        fprintf(stderr, "facedet_replay: --gamma: gamma_peer not built (looked for %s)\n",
+                p->gammaBin.c_str());
+        run.notes.push_back("gamma_peer not built: no gamma answers");
+    }
+
+    // A truth file that would score wrongly is refused, and the run goes on unscored.
+    if (!o.truth.empty()) {
+        std::string problem;
+        if (!fs::exists(o.truth, error)) {
+            problem = "cannot read it";
+        } else if (parse_truth(read_text(o.truth), p->source.frames, &p->truth, &problem)) {
+            p->truthPath = fs::absolute(o.truth).string();
+        }
+        if (p->truthPath.empty()) {
+            fprintf(stderr, "facedet_replay: --truth %s: %s; the run is not scored\n", o.truth.c_str(),
+                    problem.c_str());
+            run.notes.push_back("not scored: " + o.truth + ": " + problem);
+        }
+    }
+    return true;
+}
+
+}  // namespace replay

@@ -1,0 +1,101 @@
+// The last step of a replay: the video, the timeline, the framing score,
+// summary.json and report.html, each written under a temporary name and moved
+// into place when whole, and the tool's last lines.
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+#include "replay_render.h"
+#include "replay_steps.h"
+
+namespace fs = std::filesystem;
+
+namespace replay {
+
+namespace {
+
+// Moves the finished file into place; the temporary name never passes for the real one.
+bool publish(const std::string &tmp, const std::string &final, RunInfo &run) {
+    std::error_code error;
+    fs::rename(tmp, final, error);
+    if (error) {
+        run.notes.push_back("cannot rename " + tmp + ": " + error.message());
+        return false;
+    }
+    return true;
+}
+
+bool write_text(const std::string &path, const std::string &text) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << text;
+    out.close();
+    return !out.fail();
+}
+
+void print_last_lines(const Summary &summary, const RunInfo &run, const std::string &out) {
+    printf("facedet_replay: %s: %s\n", run.complete ? "complete" : "incomplete", run.reason.c_str());
+    printf("  face detector: %s\n",
+           summary.engine.empty() ? "none reported" : (summary.engine + " engine, " + summary.model).c_str());
+    printf("  pace: %s", run.pace.c_str());
+    if (summary.frameCostMs >= 0) {
+        printf(", %.1f ms of the camera's time per analysed frame", summary.frameCostMs);
+    }
+    if (summary.analysedFps >= 0) {
+        printf(", %.2f analysed frames per second", summary.analysedFps);
+    }
+    printf("\n");
+    printf("  frames delivered %d, taken %d, dropped %d, analysed %d; faces mean %.2f max %d; moves %d\n",
+           summary.delivered, summary.taken, summary.dropped, summary.analysed, summary.facesMean,
+           summary.facesMax, summary.moves);
+    if (summary.framingFrames > 0 && summary.framesWithFaces == 0) {
+        printf("  no face was found in any analysed frame\n");
+    }
+    printf("  report: %s/report.html\n", out.c_str());
+}
+
+}  // namespace
+
+int render(const Probe &p, const Logs &logs, RunInfo &run) {
+    const std::string &out = p.out;
+    const VideoResult video =
+        render_video(run.source, logs.frames, logs.daemon, logs.sim, p.source.fps, out + "/.replay.tmp.mp4");
+    const bool haveVideo = video.ok && publish(out + "/.replay.tmp.mp4", out + "/replay.mp4", run);
+    if (!video.ok) {
+        std::error_code error;
+        fs::remove(out + "/.replay.tmp.mp4", error);
+        run.notes.push_back("no video: " + video.error);
+    }
+    FramingScore score;
+    if (!p.truthPath.empty()) {
+        std::vector<ScoreFrame> scoreFrames;
+        std::vector<ScoreMove> scoreMoves;
+        score_inputs(logs.daemon, logs.frames, logs.sim, &scoreFrames, &scoreMoves);
+        score = score_framing(p.truth, scoreFrames, scoreMoves, p.source.frames);
+    }
+    std::string timelineError;
+    const bool haveTimeline =
+        render_timeline(logs.frames, logs.daemon, logs.sim, p.truthPath.empty() ? nullptr : &score,
+                        out + "/.timeline.tmp.png", &timelineError) &&
+        publish(out + "/.timeline.tmp.png", out + "/timeline.png", run);
+    if (!haveTimeline) {
+        run.notes.push_back("no timeline: " + timelineError);
+    }
+    if (run.complete && !haveVideo) {
+        run.complete = false;
+        run.reason = "the video could not be written";
+    }
+    Summary summary = summarise(run, logs.daemon, logs.frames, logs.sim, logs.gamma);
+    summary.truthFile = p.truthPath;
+    summary.truth = score;
+    if (!write_text(out + "/.summary.json.tmp", summary_json(summary)) ||
+        !write_text(out + "/.report.html.tmp", report_html(summary, haveVideo, haveTimeline))) {
+        fprintf(stderr, "facedet_replay: cannot write the report into '%s'\n", out.c_str());
+        return 1;
+    }
+    publish(out + "/.summary.json.tmp", out + "/summary.json", run);
+    publish(out + "/.report.html.tmp", out + "/report.html", run);
+    print_last_lines(summary, run, out);
+    return run.complete ? 0 : 1;
+}
+
+}  // namespace replay
