@@ -208,3 +208,25 @@ TEST(ReplayScore, FiguresOfSmallRuns) {
         }
     }
 }
+
+// A frame the daemon dropped is still seen, and still follows the last choice.
+TEST(ReplayScore, DroppedFramesAreScoredWithTheLastChoice) {
+    DaemonLog daemon;
+    daemon.frames.resize(2);
+    daemon.frames[0].hasPerson = true;
+    daemon.frames[0].faceNum = 1;
+    daemon.frames[0].person = Box{100, 200, 300, 400};
+    daemon.frames[0].moved = true;
+    daemon.frames[1].faceNum = 0;
+    const std::vector<FrameLogEntry> log = {
+        {0, 0, true, 0, 1}, {1, 33333, false, 0, 1}, {2, 66667, true, 0, 1}};
+    std::vector<ScoreFrame> frames;
+    std::vector<ScoreMove> moves;
+    score_inputs(daemon, log, SimLog(), &frames, &moves);
+    ASSERT_EQ(frames.size(), 3u);
+    EXPECT_EQ((std::vector<bool>{frames[0].hasPerson, frames[1].hasPerson, frames[2].hasPerson}),
+              (std::vector<bool>{true, true, false}));
+    EXPECT_EQ(frames[1].person.w, 300);
+    EXPECT_EQ(frames[1].tUs, 33333);
+    EXPECT_EQ(moves.size(), 1u);
+}

@@ -211,25 +211,27 @@ FramingScore score_framing(const Truth &truth, const std::vector<ScoreFrame> &fr
 
 void score_inputs(const DaemonLog &daemon, const std::vector<FrameLogEntry> &frameLog, const SimLog &sim,
                   std::vector<ScoreFrame> *frames, std::vector<ScoreMove> *moves) {
+    // Every delivered frame is one the viewer sees, the ones the daemon
+    // dropped too; over those it still follows the person it chose last.
     size_t k = 0;
+    bool hasPerson = false;
+    Box person;
     for (const FrameLogEntry &e : frameLog) {
-        if (!e.taken) {
-            continue;
-        }
         ScoreFrame f;
         f.sourceIndex = static_cast<long>(e.sourceIndex);
         f.tUs = static_cast<int64_t>(e.ptsUs);
         f.view = sim_state_at(sim.states, f.tUs);
-        if (k < daemon.frames.size()) {
-            const TakenFrame &d = daemon.frames[k];
-            f.hasPerson = d.hasPerson && d.faceNum > 0;
-            f.person = d.person;
+        if (e.taken && k < daemon.frames.size()) {
+            const TakenFrame &d = daemon.frames[k++];
+            hasPerson = d.hasPerson && d.faceNum > 0;
+            person = d.person;
             if (d.moved || d.fullViewReset) {
                 moves->push_back(d.moved ? ScoreMove{f.tUs, false, d.pan, d.tilt, d.zoom}
                                          : ScoreMove{f.tUs, true, 0, 0, 1920});
             }
         }
-        ++k;
+        f.hasPerson = hasPerson;
+        f.person = person;
         frames->push_back(f);
     }
 }

@@ -46,8 +46,9 @@ struct FramingScore {
 FramingScore score_framing(const Truth &truth, const std::vector<ScoreFrame> &frames,
                            const std::vector<ScoreMove> &moves, long sourceFrames);
 
-// The scoring inputs from the parsed logs: the taken frames of the frame log
-// matched in order with the daemon's frames, the camera's state at each.
+// The scoring inputs from the parsed logs: every delivered frame of the frame
+// log with the camera's state at it; the taken ones matched in order with the
+// daemon's frames, and a dropped one with the choice of the last one taken.
 void score_inputs(const DaemonLog &daemon, const std::vector<FrameLogEntry> &frameLog, const SimLog &sim,
                   std::vector<ScoreFrame> *frames, std::vector<ScoreMove> *moves);
 
