@@ -73,6 +73,7 @@ replays=0
 for pace in $paces; do
     mkdir -p "$work/$pace"
     runs=()
+    paceFailed=0
     for entry in "${sources[@]}"; do
         IFS='|' read -r name source truth <<<"$entry"
         for engine in $engines; do
@@ -83,13 +84,17 @@ for pace in $paces; do
                 >"$out.log" 2>&1; then
                 echo "framing_quality: replay of $name with $engine at $pace failed, see $out.log" >&2
                 failed=1
+                paceFailed=1
             fi
             runs+=("$name" "$engine" "$out/summary.json")
             replays=$((replays + 1))
         done
     done
-    python3 "$root/bench/framing_table.py" "$doc" "$pace" "${runs[@]}"
+    # A table with a failed replay is printed, never written over the document's.
+    target=$doc
+    [ $paceFailed = 1 ] && target=-
+    python3 "$root/bench/framing_table.py" "$target" "$pace" "${runs[@]}"
 done
 echo "framing_quality: $replays replays in $((SECONDS / 60)) min $((SECONDS % 60)) s;" \
-    "tables written to ${doc/#-/standard output}; replays in $work" >&2
+    "tables written to ${doc/#-/standard output}$([ $failed = 1 ] && echo ' (those with a failed replay to standard output)'); replays in $work" >&2
 exit $failed

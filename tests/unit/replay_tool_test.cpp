@@ -4,6 +4,7 @@
 // from them is checked end to end.
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -44,6 +45,7 @@ std::string moving_frame(int n) {
            info("target_selection.cpp", 72, "********** faceNum=1 **************") +
            info("target_selection.cpp", 160,
                 "**************** personCenterRect [727, 138, 221, 830] *****************") +
+           info("move_decision.cpp", 230, "******** change_z = 1, abs > 0.4 ***********") +
            info("move_decision.cpp", 280, "******************** panPoint = -122 *******************") +
            info("move_decision.cpp", 282, "******************** tiltPoint = 0 ******************") +
            info("move_decision.cpp", 284, "******************** zoomPoint = 1475 ******************") +
@@ -96,10 +98,28 @@ TEST(ReplayDaemonLog, ReadsWarmUpAnalysedAndMovingFramesBetweenOtherThreadsLines
     EXPECT_EQ((std::vector<int>{m.faceNum, m.faces[0].x, m.faces[0].h, m.person.x, m.person.h, m.pan, m.tilt,
                                 m.zoom, m.invokeMs, m.allMs, m.autogammaMs}),
               (std::vector<int>{1, 180, 60, 727, 830, -122, 0, 1475, 9, 11, 1}));
+    EXPECT_EQ(m.decisionTrace, "******** change_z = 1, abs > 0.4 ***********");
     const TakenFrame &f = log.frames[10];
     EXPECT_TRUE(f.framingRan);
     EXPECT_EQ(f.faceNum, 0);
     EXPECT_FALSE(f.moved || f.hasPerson || !f.faces.empty());
+
+    // A line at a time, as a watcher reads output that grows: the same frames,
+    // each handed over once the next one begins.
+    DaemonLogReader reader;
+    std::vector<TakenFrame> streamed;
+    std::istringstream lines(out + moving + faceless);
+    for (std::string line; std::getline(lines, line);) {
+        reader.line(line);
+        for (TakenFrame &done : reader.take_completed()) {
+            streamed.push_back(std::move(done));
+        }
+    }
+    EXPECT_EQ(streamed.size(), 10u) << "the last frame is still open";
+    streamed.push_back(reader.finish().frames.back());
+    ASSERT_EQ(streamed.size(), log.frames.size());
+    EXPECT_EQ(streamed[9].zoom, 1475);
+    EXPECT_EQ(streamed[10].faceNum, 0);
 }
 
 TEST(ReplayTruth, BadFilesAreRefusedNamingTheLine) {

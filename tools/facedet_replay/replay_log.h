@@ -37,6 +37,7 @@ struct TakenFrame {
     bool moved = false;  // the panPoint/tiltPoint/zoomPoint triple was printed
     int pan = 0, tilt = 0, zoom = 0;
     bool fullViewReset = false;  // reconstructed: see reconstruct_resets()
+    std::string decisionTrace;   // the move decision's trace line ("******** change_p = 1, ..."), if any
     // Stage times in ms, -1 when the line is missing.
     int getFrameMs = -1, autogammaMs = -1, invokeMs = -1, strategiesMs = -1, allMs = -1;
 };
@@ -56,13 +57,44 @@ struct DaemonLog {
 std::string strip_ansi(const std::string &text);
 
 // Reads the daemon's stdout. `err` (its stderr) is only searched for the
-// platform's "cannot open" line and its frame cost. Lines are matched by their text anywhere in
-// the line, since a printf without a line end lands in front of the next.
+// platform's "cannot open" line and its frame cost. Lines are matched by their
+// text anywhere in the line, since a printf without a line end lands in front
+// of the next.
 DaemonLog parse_daemon_log(const std::string &out, const std::string &err = "");
+
+// The camera's milliseconds per analysed frame from the platform's start-up
+// line on the daemon's stderr; -1 when there is none.
+double frame_cost_of(const std::string &err);
+
+// The same reading, a line at a time, for output that is still growing.
+class DaemonLogReader {
+  public:
+    // One whole line, without its line end.
+    void line(const std::string &raw);
+    // The frames completed so far (a frame is complete once the next begins),
+    // handed over and forgotten, so that a long watch keeps little.
+    std::vector<TakenFrame> take_completed();
+    // Everything read, the last frame completed.
+    DaemonLog finish();
+    // The start-up lines' findings (the detector's engine and model).
+    const DaemonLog &log() const { return log_; }
+
+  private:
+    void finish_frame();
+
+    DaemonLog log_;
+    Mode mode_ = Mode::Unknown;
+    bool frameOpen_ = false;
+    int pan_ = 0, tilt_ = 0;
+    bool havePan_ = false, haveTilt_ = false;
+    int noFaceFrames_ = 0;
+};
 
 // A face-less frame under auto framing counts toward giving the target up;
 // the eleventh in a row sends the full view without a trace line of its own.
-// Marks those frames, following the daemon's rule (move_decision.cpp).
+// Marks those frames, following the daemon's rule (move_decision.cpp); the
+// count runs on in *count from one frame to the next.
+void mark_reset(TakenFrame &frame, int *count, int noFaceFrames = 10);
 void reconstruct_resets(std::vector<TakenFrame> &frames, int noFaceFrames = 10);
 
 struct FrameLogEntry {
@@ -73,6 +105,8 @@ struct FrameLogEntry {
 };
 // Whole lines only: a line cut by a killed process is left out.
 std::vector<FrameLogEntry> parse_frame_log(const std::string &text);
+// One line of it; false when it is not a frame's line.
+bool parse_frame_line(const std::string &line, FrameLogEntry *entry);
 
 struct SimState {
     int64_t tUs = 0;
@@ -92,6 +126,8 @@ struct SimLog {
     std::string stopReason;  // empty when the log has no stop line
 };
 SimLog parse_sim_log(const std::string &text);
+// One line of it, added to *log; other events and broken lines are skipped.
+void parse_sim_line(const std::string &line, SimLog *log);
 // The camera's state at `tUs`: the last sample at or before it (the full
 // view before the first).
 SimState sim_state_at(const std::vector<SimState> &states, int64_t tUs);
