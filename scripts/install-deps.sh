@@ -1,19 +1,21 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that building and testing faceDet need.
 # Usage: scripts/install-deps.sh [main|test]
-#   main  what the daemon and its host platform need (default)
+#   main  what the daemon, its host platform and the tools need (default)
 #   test  that, plus the cross compiler and emulator of the camera build,
-#         clang and libFuzzer for the
-#         fuzz targets, matplotlib for the soak plot, and what checks the
-#         camera's start-up files: systemd-analyze (the package only, it does
-#         not become the init) and BusyBox's shell and tools
+#         clang and libFuzzer for the fuzz targets, matplotlib for the soak
+#         plot, Chromium and its WebDriver for the live view's browser test,
+#         ccache for the mutation check, and what checks the camera's
+#         start-up files: systemd-analyze (the package only, it does not
+#         become the init) and BusyBox's shell and tools
 set -euo pipefail
 
 what=${1:-main}
 packages=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev googletest libbenchmark-dev
-          libopencv-dev libcli11-dev nlohmann-json3-dev clang-format binutils)
+          libopencv-dev libcli11-dev nlohmann-json3-dev libcpp-httplib-dev clang-format binutils)
 if [[ $what == test ]]; then
-  packages+=(g++-arm-linux-gnueabihf qemu-user systemd busybox clang-14 libfuzzer-14-dev python3-matplotlib)
+  packages+=(g++-arm-linux-gnueabihf qemu-user systemd busybox clang-14 libfuzzer-14-dev python3-matplotlib
+             chromium chromium-driver ccache)
 fi
 
 missing=()

@@ -30,6 +30,9 @@ const Tool kTools[] = {
 #ifdef FACEDET_REPLAY_BIN
     {"facedet_replay", FACEDET_REPLAY_BIN, {"clip.nv12", "--out", "out", "--frame-cost", "10001"}},
 #endif
+#ifdef FACEDET_LIVE_BIN
+    {"facedet_live", FACEDET_LIVE_BIN, {"clip.nv12", "--port", "70000"}},
+#endif
 #ifdef SCENARIO_CLIP_BIN
     {"scenario_clip", SCENARIO_CLIP_BIN, {"--scenario", "enter", "--frames", "1", "--out", "clip.nv12"}},
 #endif

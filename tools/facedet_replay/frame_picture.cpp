@@ -16,36 +16,6 @@ cv::Rect scaled(const Box &b, double sx, double sy) {
     return cv::Rect(cvRound(b.x * sx), cvRound(b.y * sy), cvRound(b.w * sx), cvRound(b.h * sy));
 }
 
-void update_overlay(Overlay &o, const TakenFrame &f) {
-    o.frameNumber = f.frameNumber;
-    o.mode = f.mode;
-    if (f.framingRan) {
-        o.faces = f.faces;
-        o.hasPerson = f.hasPerson && !f.faces.empty();
-        o.person = f.person;
-    } else if (f.mode != Mode::Run) {
-        o.faces.clear();
-        o.hasPerson = false;
-    }
-    char text[96];
-    if (f.moved) {
-        o.hasFraming = true;
-        o.pan = f.pan;
-        o.tilt = f.tilt;
-        o.zoom = f.zoom;
-        snprintf(text, sizeof text, "#%d move pan %d tilt %d zoom %d", f.frameNumber, f.pan, f.tilt, f.zoom);
-        o.decision = text;
-    } else if (f.fullViewReset || f.stopFullView) {
-        o.hasFraming = true;
-        o.pan = 0;
-        o.tilt = 0;
-        o.zoom = 1920;
-        snprintf(text, sizeof text, "#%d full view (%s)", f.frameNumber,
-                 f.fullViewReset ? "no face" : "stopped");
-        o.decision = text;
-    }
-}
-
 cv::Mat left_panel(const cv::Mat &frame, const Overlay &o) {
     cv::Mat panel;
     cv::resize(frame, panel, cv::Size(kPanelWidth, kPanelHeight), 0, 0, cv::INTER_LINEAR);
@@ -91,6 +61,36 @@ cv::Mat camera_panel(const cv::Mat &frame, const SimState &s) {
 
 }  // namespace
 
+void update_overlay(Overlay &o, const TakenFrame &f) {
+    o.frameNumber = f.frameNumber;
+    o.mode = f.mode;
+    if (f.framingRan) {
+        o.faces = f.faces;
+        o.hasPerson = f.hasPerson && !f.faces.empty();
+        o.person = f.person;
+    } else if (f.mode != Mode::Run) {
+        o.faces.clear();
+        o.hasPerson = false;
+    }
+    char text[96];
+    if (f.moved) {
+        o.hasFraming = true;
+        o.pan = f.pan;
+        o.tilt = f.tilt;
+        o.zoom = f.zoom;
+        snprintf(text, sizeof text, "#%d move pan %d tilt %d zoom %d", f.frameNumber, f.pan, f.tilt, f.zoom);
+        o.decision = text;
+    } else if (f.fullViewReset || f.stopFullView) {
+        o.hasFraming = true;
+        o.pan = 0;
+        o.tilt = 0;
+        o.zoom = 1920;
+        snprintf(text, sizeof text, "#%d full view (%s)", f.frameNumber,
+                 f.fullViewReset ? "no face" : "stopped");
+        o.decision = text;
+    }
+}
+
 void draw_text(cv::Mat &img, const std::string &s, cv::Point at, double scale) {
     cv::putText(img, s, at, cv::FONT_HERSHEY_SIMPLEX, scale, cv::Scalar(0, 0, 0), 3, cv::LINE_AA);
     cv::putText(img, s, at, cv::FONT_HERSHEY_SIMPLEX, scale, cv::Scalar(255, 255, 255), 1, cv::LINE_AA);
@@ -109,10 +109,11 @@ std::string FrameCursor::advance(const FrameLogEntry &entry, const DaemonLog &da
 }
 
 cv::Mat draw_frame(const cv::Mat &source, const FrameLogEntry &entry, const std::string &fate,
-                   const Overlay &overlay, const SimState &camera) {
+                   const Overlay &overlay, const SimState &camera, const cv::Mat *cameraSource) {
     cv::Mat canvas(kPanelHeight, 2 * kPanelWidth, CV_8UC3);
     left_panel(source, overlay).copyTo(canvas(cv::Rect(0, 0, kPanelWidth, kPanelHeight)));
-    camera_panel(source, camera).copyTo(canvas(cv::Rect(kPanelWidth, 0, kPanelWidth, kPanelHeight)));
+    camera_panel(cameraSource != nullptr ? *cameraSource : source, camera)
+        .copyTo(canvas(cv::Rect(kPanelWidth, 0, kPanelWidth, kPanelHeight)));
     char line[160];
     snprintf(line, sizeof line, "source %llu (%s)  frame %d  faces %zu  %s",
              static_cast<unsigned long long>(entry.sourceIndex), fate.c_str(), overlay.frameNumber,

@@ -40,6 +40,10 @@ struct Overlay {
     std::string decision = "none yet";
 };
 
+// Carries what the daemon did with one taken frame into the overlay: its
+// faces and choice, and its move or full view as the last decision.
+void update_overlay(Overlay &overlay, const TakenFrame &frame);
+
 // Walks the frame log's delivered frames in order, pairing each taken one
 // with the daemon's next frame; a log that grows can be followed entry by entry.
 class FrameCursor {
@@ -57,9 +61,11 @@ class FrameCursor {
 
 // The picture of `entry` (2 x 640 by 360, BGR): `source` is its source frame
 // (416x234 BGR), `fate` and `overlay` what the cursor gave for it, `camera`
-// the camera's state at its time (sim_state_at).
+// the camera's state at its time (sim_state_at). The camera's half shows
+// `cameraSource` instead when given: a live view analyses an older frame than
+// the one the camera shows now.
 cv::Mat draw_frame(const cv::Mat &source, const FrameLogEntry &entry, const std::string &fate,
-                   const Overlay &overlay, const SimState &camera);
+                   const Overlay &overlay, const SimState &camera, const cv::Mat *cameraSource = nullptr);
 
 }  // namespace replay
 

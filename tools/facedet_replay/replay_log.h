@@ -78,6 +78,8 @@ class DaemonLogReader {
     DaemonLog finish();
     // The start-up lines' findings (the detector's engine and model).
     const DaemonLog &log() const { return log_; }
+    // The auto-framing command the frame loop last reported (every pass).
+    Mode mode() const { return mode_; }
 
   private:
     void finish_frame();
