@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The camera build run as README.md's "The camera build" gives it, against a
+# The camera build run as docs/BUILDING.md's "The camera build" gives it, against a
 # stub SDK made from platform/include: our headers, and per header one ARM
 # library (mi_sys.h -> lib/libmi_sys.so) defining every MI_* function the
 # header declares. Then faceDet must be an ARM program that needs each stub
@@ -37,12 +37,12 @@ done
 cat "$tmp"/stubs/*.names | sort >"$tmp/stubbed"
 [ -s "$tmp/stubbed" ] || fail "no MI_* function found in $src/platform/include"
 
-# The configure command from the README (its first command under the
+# The configure command from the build guide (its first command under the
 # heading), with the build folder and the SDK path made private.
-readme=$(awk '/^### The camera build/ { s = 1; next }
+readme=$(awk '/^## The camera build/ { s = 1; next }
               s && !b && /^#/ { exit }
               s && /^```/ { b = 1; next }
-              b { more = sub(/\\$/, ""); printf "%s ", $0; if (!more) exit }' "$src/README.md")
+              b { more = sub(/\\$/, ""); printf "%s ", $0; if (!more) exit }' "$src/docs/BUILDING.md")
 read -ra words <<<"$readme"
 command=()
 for word in "${words[@]}"; do
@@ -53,7 +53,7 @@ for word in "${words[@]}"; do
   command+=("$word")
 done
 [[ ${words[0]:-} == cmake && " ${command[*]} " == *" $tmp/camera "* && " ${command[*]} " == *"=$tmp/sdk "* ]] ||
-  fail "README.md has no camera build command 'cmake -B build/camera ... -DMI_SDK_DIR=/path/to/sdk ...' under its heading: '$readme'"
+  fail "docs/BUILDING.md has no camera build command 'cmake -B build/camera ... -DMI_SDK_DIR=/path/to/sdk ...' under its heading: '$readme'"
 echo "${command[*]}"
 (cd "$src" && "${command[@]}") >"$tmp/configure.log" 2>&1 || { cat "$tmp/configure.log"; fail "configure"; }
 # One job: the test runs beside the rest of the suite.

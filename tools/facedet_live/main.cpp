@@ -11,6 +11,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <mutex>
 #include <sstream>
@@ -134,7 +135,8 @@ int main(int argc, char **argv) {
         return 1;
     }
     live::SessionOptions so;
-    so.source = o.source;
+    // The daemon runs in its runtime folder: a file is given to it whole.
+    so.source = live::is_device(o.source) ? o.source : std::filesystem::absolute(o.source).string();
     so.frameCostMs = o.frameCostMs;
     so.once = o.once;
     so.gamma = o.gamma;

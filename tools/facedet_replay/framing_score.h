@@ -1,7 +1,7 @@
 // How well the camera framed the true faces of a clip: pure arithmetic over
 // the delivered frames (each with the camera's view at its time), the moves
-// the daemon sent and the truth file. The meaning of every figure is in the
-// README ("Scoring against the true faces").
+// the daemon sent and the truth file. The meaning of every figure is in
+// docs/TOOLS.md ("Scoring against the true faces").
 #ifndef FACEDET_REPLAY_FRAMING_SCORE_H
 #define FACEDET_REPLAY_FRAMING_SCORE_H
 

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include <opencv2/core.hpp>
+
 #include "framing_score.h"
 #include "replay_log.h"
 
@@ -15,11 +17,16 @@ struct VideoResult {
     bool ok = false;
     int frames = 0;
     std::string error;
+    cv::Mat still;  // the picture two thirds into the video, for the poster
 };
 
 // One video frame per delivered frame of the frame log, at `fps`.
 VideoResult render_video(const std::string &source, const std::vector<FrameLogEntry> &frameLog,
                          const DaemonLog &daemon, const SimLog &sim, double fps, const std::string &outPath);
+
+// One picture of the run: the video's still above the timeline (read from
+// `timelinePath`), at the video's width.
+bool render_poster(const cv::Mat &still, const std::string &timelinePath, const std::string &outPath);
 
 // `truth` (may be null): the followed true face is drawn beside the camera's view.
 bool render_timeline(const std::vector<FrameLogEntry> &frameLog, const DaemonLog &daemon, const SimLog &sim,

@@ -1,4 +1,6 @@
 // The replay's video: one side-by-side picture (frame_picture.h) per delivered frame.
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
 #include <opencv2/videoio.hpp>
 
 #include "frame_picture.h"
@@ -34,13 +36,30 @@ VideoResult render_video(const std::string &source, const std::vector<FrameLogEn
         }
         lastFrame = frame;
         const std::string fate = cursor.advance(e, daemon);
-        writer.write(draw_frame(frame, e, fate, cursor.overlay(),
-                                sim_state_at(sim.states, static_cast<int64_t>(e.ptsUs))));
-        ++result.frames;
+        const cv::Mat picture = draw_frame(frame, e, fate, cursor.overlay(),
+                                           sim_state_at(sim.states, static_cast<int64_t>(e.ptsUs)));
+        writer.write(picture);
+        // By then the camera has usually found its framing.
+        if (result.frames++ == static_cast<int>(frameLog.size() * 2 / 3)) {
+            result.still = picture.clone();
+        }
     }
     writer.release();
     result.ok = true;
     return result;
+}
+
+bool render_poster(const cv::Mat &still, const std::string &timelinePath, const std::string &outPath) {
+    const cv::Mat timeline = cv::imread(timelinePath, cv::IMREAD_COLOR);
+    if (still.empty() || timeline.empty()) {
+        return false;
+    }
+    cv::Mat scaled, poster;
+    cv::resize(timeline, scaled,
+               cv::Size(still.cols, cvRound(static_cast<double>(timeline.rows) * still.cols / timeline.cols)),
+               0, 0, cv::INTER_AREA);
+    cv::vconcat(still, scaled, poster);
+    return cv::imwrite(outPath, poster);
 }
 
 }  // namespace replay

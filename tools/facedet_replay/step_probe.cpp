@@ -56,7 +56,7 @@ bool probe(const Options &o, Probe *p) {
         return false;
     }
     // Results of an earlier run in a forced folder must not pass for this run's.
-    for (const char *name : {"summary.json", "report.html", "replay.mp4", "timeline.png"}) {
+    for (const char *name : {"summary.json", "report.html", "replay.mp4", "timeline.png", "poster.png"}) {
         fs::remove(p->out + "/" + name, error);
     }
 

@@ -79,6 +79,9 @@ int render(const Probe &p, const Logs &logs, RunInfo &run) {
         publish(out + "/.timeline.tmp.png", out + "/timeline.png", run);
     if (!haveTimeline) {
         run.notes.push_back("no timeline: " + timelineError);
+    } else if (!(render_poster(video.still, out + "/timeline.png", out + "/.poster.tmp.png") &&
+                 publish(out + "/.poster.tmp.png", out + "/poster.png", run))) {
+        run.notes.push_back("no poster");
     }
     if (run.complete && !haveVideo) {
         run.complete = false;

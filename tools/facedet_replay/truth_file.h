@@ -1,5 +1,6 @@
 // The true faces of a clip, as a CSV `frame,person,x,y,w,h` (what
-// scenario_clip --truth writes, or labels made by hand; README "Truth files").
+// scenario_clip --truth writes, or labels made by hand; docs/TOOLS.md,
+// "Scoring against the true faces").
 // Parsing is strict: a file that could be scored wrongly is refused whole,
 // with the line that is wrong.
 #ifndef FACEDET_REPLAY_TRUTH_FILE_H
