@@ -1,6 +1,6 @@
 /*
- * The emulated media pipeline: VPE channels and their output ports
- * (vpe_pipeline.cpp), the per-port frame queues and buffer pools with the
+ * The emulated media pipeline: VPE channels (vpe_pipeline.cpp) and their output
+ * ports (vpe_ports.cpp), the per-port frame queues and buffer pools with the
  * descriptors that signal a queued frame (vpe_port_queue.cpp), and the
  * producer thread that feeds channel 0 from the frame source at the
  * configured pace (vpe_producer.cpp).
