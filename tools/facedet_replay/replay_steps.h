@@ -31,6 +31,9 @@ struct Options {
     std::string truth;   // empty: not scored
 };
 
+// The whole of a file; empty when it cannot be read (a log not written yet).
+std::string read_text(const std::string &path);
+
 // The wall clock of the run, from its start.
 using Clock = std::chrono::steady_clock;
 double seconds_since(Clock::time_point start);

@@ -10,13 +10,6 @@ namespace replay {
 
 namespace {
 
-std::string read_text(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
 std::string whole_seconds(double s) {
     char text[32];
     snprintf(text, sizeof text, "%.0f", s);

@@ -26,13 +26,6 @@ bool holds_nothing(const std::string &path) {
     return !fs::exists(path, error) || (fs::is_directory(path, error) && fs::is_empty(path, error));
 }
 
-std::string read_text(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
 }  // namespace
 
 bool probe(const Options &o, Probe *p) {

@@ -17,14 +17,14 @@ namespace fs = std::filesystem;
 
 namespace replay {
 
-namespace {
-
 std::string read_text(const std::string &path) {
     std::ifstream in(path, std::ios::binary);
     std::ostringstream s;
     s << in.rdbuf();
     return s.str();
 }
+
+namespace {
 
 // facedet_ctl run, once the daemon's control socket is there.
 bool switch_on(const Probe &p, const Launch &l) {
