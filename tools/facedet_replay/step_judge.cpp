@@ -1,8 +1,6 @@
 // The fourth step of a replay: the logs read back, whatever happened, and the
 // run judged complete or not, with the reason.
 #include <cstdio>
-#include <fstream>
-#include <sstream>
 
 #include "replay_steps.h"
 
