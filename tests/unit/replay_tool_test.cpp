@@ -249,4 +249,17 @@ TEST(ReplayScore, DroppedFramesAreScoredWithTheLastChoice) {
     EXPECT_EQ(frames[1].person.w, 300);
     EXPECT_EQ(frames[1].tUs, 33333);
     EXPECT_EQ(moves.size(), 1u);
+
+    // Between the camera's samples (a frame's cost apart at the camera's
+    // pace) the head is where its steady move has brought it by then.
+    SimState from, to;
+    from.moving = true;
+    to.tUs = 200000;
+    to.pan = 100;
+    to.width = 1000;
+    EXPECT_EQ(sim_state_at({from, to}, 50000).pan, 25);
+    EXPECT_EQ(sim_state_at({from, to}, 50000).width, 1920 - 920 / 4);
+    EXPECT_EQ(sim_state_at({from, to}, 250000).pan, 100);
+    from.moving = false;
+    EXPECT_EQ(sim_state_at({from, to}, 50000).pan, 0) << "a head at rest stays until the next sample";
 }

@@ -138,7 +138,19 @@ SimState sim_state_at(const std::vector<SimState> &states, int64_t tUs) {
         full.tUs = tUs;
         return full;
     }
-    return *(it - 1);
+    SimState s = *(it - 1);
+    // The head moves at a steady speed between the samples the camera logs;
+    // at the camera's pace they can be a frame's cost apart.
+    if (s.moving && it != states.end() && it->tUs > s.tUs) {
+        const SimState &next = *it;
+        const double f = static_cast<double>(tUs - s.tUs) / static_cast<double>(next.tUs - s.tUs);
+        s.pan += (next.pan - s.pan) * f;
+        s.tilt += (next.tilt - s.tilt) * f;
+        s.width += (next.width - s.width) * f;
+        s.height += (next.height - s.height) * f;
+        s.tUs = tUs;
+    }
+    return s;
 }
 
 std::vector<GammaAnswer> parse_gamma_output(const std::string &text) {

@@ -131,7 +131,8 @@ SimLog parse_sim_log(const std::string &text);
 // One line of it, added to *log; other events and broken lines are skipped.
 void parse_sim_line(const std::string &line, SimLog *log);
 // The camera's state at `tUs`: the last sample at or before it (the full
-// view before the first).
+// view before the first), moved on toward the next one in proportion to the
+// time while the head moves.
 SimState sim_state_at(const std::vector<SimState> &states, int64_t tUs);
 
 struct GammaAnswer {
