@@ -4,8 +4,8 @@
 
 #include "dbgout/construction_order.h"
 
-FACEDET_CONSTRUCT_FACE_DETECTOR SlimFaceDetector g_faceDetector("./slim-320-quant-ADMM-50.mnn", 480, 320, 4, -1,
-                                                                0.65f, 0.3f);
+FACEDET_CONSTRUCT_FACE_DETECTOR SlimFaceDetector g_faceDetector("./slim-320-quant-ADMM-50.mnn", 480, 320, 4,
+                                                                -1, 0.65f, 0.3f);
 
 FaceResult face_result_from_box(const FaceBox &box) {
     FaceResult r;

@@ -63,7 +63,6 @@ int32_t truncate_blend(float value) {
 
 }  // namespace
 
-
 void gamma_statistics(const float W[kGammaLevels], GammaStats *stats) {
     const int N = kGammaPixels;
     float S = 0.0f;

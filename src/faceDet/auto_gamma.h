@@ -41,7 +41,6 @@ extern int32_t cur_isuse;
 extern int32_t pre_isuse;
 extern uint8_t reverseFlag;
 
-
 // Statistics of a luma histogram, as stored in the record.
 struct GammaStats {
     int32_t mean;

@@ -27,7 +27,7 @@
 FACEDET_CONSTRUCT_GAMMA_TABLES std::vector<int32_t> appliedOffsets(256, 0);
 FACEDET_CONSTRUCT_GAMMA_TABLES std::vector<int32_t> newOffsets(256, 0);
 
-
+// The stage time stamps, the framing sent when stopped and the histogram.
 MI_U64 time_00, time_get_frame, time_autogamma, time_invoke, time_strategies, time_11;
 MI_U64 time_PTZ, lastTime, newTime, Present_Time;
 int32_t output_ture[4];

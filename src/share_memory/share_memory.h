@@ -83,7 +83,6 @@ struct timespec shm_lock_deadline(struct timespec now);
 bool shm_track_map_lock(TrackShareMap *map);
 void shm_track_map_unlock(TrackShareMap *map);
 
-
 // The module's exercise: opens the segment, then once a second writes a record
 // whose floats 0 to 7 hold the round number and whose word 27 is 1, printing
 // the outcome and the count. `rounds` <= 0 runs until the process is stopped.

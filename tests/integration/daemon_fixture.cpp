@@ -42,8 +42,8 @@ std::unique_ptr<ChildProcess> DaemonTest::start(const std::map<std::string, std:
     for (const auto &[name, value] : extraEnv) {
         options.env[name] = value;
     }
-    options.unsetEnv = {"FACEDET_PACE", "FACEDET_FRAME_COST_MS", "FACEDET_LOOP", "FACEDET_EXIT_AT_END",
-                        "FACEDET_FAULTS", "FACEDET_FRAME_LOG"};
+    options.unsetEnv = {"FACEDET_PACE",        "FACEDET_FRAME_COST_MS", "FACEDET_LOOP",
+                        "FACEDET_EXIT_AT_END", "FACEDET_FAULTS",        "FACEDET_FRAME_LOG"};
     if (!withSource) {
         options.unsetEnv.push_back("FACEDET_SOURCE");
     }
