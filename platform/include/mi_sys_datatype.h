@@ -28,14 +28,9 @@ typedef enum {
     E_MI_SYS_BIND_TYPE_REALTIME = 4
 } MI_SYS_BindType_e;
 
-typedef enum {
-    E_MI_SYS_COMPRESS_MODE_NONE = 0
-} MI_SYS_CompressMode_e;
+typedef enum { E_MI_SYS_COMPRESS_MODE_NONE = 0 } MI_SYS_CompressMode_e;
 
-typedef enum {
-    E_MI_SYS_BUFDATA_RAW = 0,
-    E_MI_SYS_BUFDATA_FRAME = 1
-} MI_SYS_BufDataType_e;
+typedef enum { E_MI_SYS_BUFDATA_RAW = 0, E_MI_SYS_BUFDATA_FRAME = 1 } MI_SYS_BufDataType_e;
 
 /* The channel-port record: which output of which unit. */
 typedef struct MI_SYS_ChnPort_s {
