@@ -49,6 +49,8 @@ export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
 export CCACHE_DIR=${CCACHE_DIR:-$(dirname "$root")/.ccache} CCACHE_BASEDIR=$(dirname "$root") CCACHE_NOHASHDIR=true
 
 mkdir -p "$scratch"
+# Mirror the tree: sources deleted since the last run must not linger in the copy.
+find "$scratch" -mindepth 1 -maxdepth 1 ! -name build -exec rm -rf {} +
 tar -C "$root" --exclude=./build --exclude=./.git -cf - . | tar -C "$scratch" -xmf -  # fresh times: rebuild what changed
 cd "$scratch" || exit 2
 log=$scratch/mutation.log
