@@ -281,11 +281,7 @@ int main(int argc, char **argv) {
         return 1;
     }
 
-    struct sigaction action;
-    memset(&action, 0, sizeof action);
-    action.sa_handler = on_signal;  // no SA_RESTART: poll returns at once
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+    tool_cli::stop_on_signals(on_signal);
 
     SourceClock clock;
     if (!options.clockPath.empty()) {

@@ -98,10 +98,7 @@ int main(int argc, char **argv) {
         return status;
     }
     setvbuf(stdout, nullptr, _IOLBF, 0);
-    struct sigaction action {};
-    action.sa_handler = on_signal;
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+    tool_cli::stop_on_signals(on_signal);
     signal(SIGPIPE, SIG_IGN);  // a browser that goes away is found by the failed write
 
     std::mutex mu;  // guards the model: the main loop feeds it, the server reads it

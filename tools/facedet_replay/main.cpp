@@ -8,7 +8,6 @@
 #include <signal.h>
 
 #include <cstdio>
-#include <cstring>
 #include <exception>
 
 #include "replay_steps.h"
@@ -99,11 +98,7 @@ int main(int argc, char **argv) {
         return status;
     }
     setvbuf(stdout, nullptr, _IOLBF, 0);
-    struct sigaction action;
-    memset(&action, 0, sizeof action);
-    action.sa_handler = on_signal;
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+    tool_cli::stop_on_signals(on_signal);
     try {
         return run_replay(o);
     } catch (const std::exception &e) {

@@ -201,11 +201,7 @@ int main(int argc, char **argv) {
         return status;
     }
     setvbuf(stdout, nullptr, _IOLBF, 0);
-    struct sigaction action;
-    memset(&action, 0, sizeof action);
-    action.sa_handler = on_signal;
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+    tool_cli::stop_on_signals(on_signal);
 
     const double start = now_seconds();
     const double deadline = o.seconds > 0.0 ? start + o.seconds : 0.0;

@@ -1,5 +1,7 @@
 #include "tool_cli.h"
 
+#include <signal.h>
+
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -121,6 +123,13 @@ CLI::Validator one_of(const std::vector<std::string> &words) {
             return refusal(what, text);
         },
         "");
+}
+
+void stop_on_signals(void (*handler)(int)) {
+    struct sigaction action {};
+    action.sa_handler = handler;
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
 }
 
 }  // namespace tool_cli

@@ -24,6 +24,10 @@ int parse(CLI::App &app, int argc, char **argv);
 // Reports a usage error found after parsing ("TOOL: message"); returns 2.
 int usage_error(const CLI::App &app, const std::string &message);
 
+// SIGINT and SIGTERM call `handler`. Without SA_RESTART, so a blocking poll,
+// read or sleep returns at once with EINTR and the tool can stop.
+void stop_on_signals(void (*handler)(int));
+
 // Values checked before they are converted, each refused with
 // "--OPTION: wants WHAT, not 'VALUE'".
 // A finite number above 0, and at most `max` when `max` is above 0.
