@@ -137,10 +137,10 @@ bool FrameTapReader::read_newer(const std::string &path, TapFrame *out) {
     // A few tries: the writer only holds a picture for one copy.
     for (int attempt = 0; attempt < 4; ++attempt) {
         const uint64_t before = __atomic_load_n(&header->sequence, __ATOMIC_ACQUIRE);
-        if (before == out->sequence || (before & 1) != 0) {
-            if (before == out->sequence) {
-                return false;
-            }
+        if (before == out->sequence) {
+            return false;
+        }
+        if ((before & 1) != 0) {
             continue;
         }
         out->nv12.resize(picture_bytes(width, height));

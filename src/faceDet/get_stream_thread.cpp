@@ -21,7 +21,7 @@
 #include "share_memory/share_memory.h"
 #include "visca/visca.h"
 
-// Levelled lines go through FD_LOG, tagged "src/faceDet" (dbgout.h).
+#include "dbgout/construction_order.h"  // the gamma tables' place in the start-up order
 
 // Constructed before the detector, and so destroyed after it (see construction_order.h).
 FACEDET_CONSTRUCT_GAMMA_TABLES std::vector<int32_t> appliedOffsets(256, 0);

@@ -9,7 +9,6 @@
 #include <cstdint>
 #include <vector>
 
-#include "dbgout/construction_order.h"
 #include "faceDet/frame_geometry.h"
 #include "mi_common.h"
 

@@ -213,9 +213,6 @@ const scenario::FaceTruth *face_of(const scenario::Clip &clip, int frame, int pe
     return nullptr;
 }
 
-// Every auto-framing case runs on each engine built: the camera's quantised
-// network (mnn) finds fewer small faces than the float export (opencv), so a
-// case that holds on one only says nothing of the other.
 // Every packet camera_sim received, byte for byte, without its time stamp.
 std::vector<std::string> received_packets(const std::string &simLog) {
     std::vector<std::string> bytes;
@@ -226,6 +223,9 @@ std::vector<std::string> received_packets(const std::string &simLog) {
     return bytes;
 }
 
+// Every auto-framing case runs on each engine built: the camera's quantised
+// network (mnn) finds fewer small faces than the float export (opencv), so a
+// case that holds on one only says nothing of the other.
 std::vector<std::string> engines_built() {
     std::vector<std::string> names;
     for (EngineKind kind : built_engines()) {
