@@ -15,37 +15,16 @@
 #include <dirent.h>
 
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <string>
 #include <vector>
 
 #include "detector/inference_engine.h"
+#include "tool_cli.h"
 
 namespace {
 
 constexpr int kWidth = 416;
 constexpr int kHeight = 234;
-
-void usage(FILE *out) {
-    fprintf(out,
-            "usage: engine_runs --threads T --runs N [--frame CLIP.nv12] [--model FILE.mnn]\n"
-            "  --threads T  worker threads given to the engine as they are (1..16)\n"
-            "  --runs N     frames run after one warm-up run (0..100000)\n"
-            "  --frame F    take the first frame of this raw NV12 416x234 clip (default: flat grey)\n"
-            "  --model M    the quantised network (default %s/models/slim-320-quant-ADMM-50.mnn)\n",
-            FACEDET_SHARED_DIR);
-}
-
-bool parse_count(const char *text, long low, long high, int *value) {
-    char *end = nullptr;
-    const long parsed = strtol(text, &end, 10);
-    if (end == text || *end != '\0' || parsed < low || parsed > high) {
-        return false;
-    }
-    *value = static_cast<int>(parsed);
-    return true;
-}
 
 // Entries of /proc/self/task: under qemu-user, qemu's own threads as well as
 // the guest's, one host thread per guest thread.
@@ -83,33 +62,23 @@ int main(int argc, char **argv) {
     int runs = -1;
     std::string frameFile;
     std::string model = std::string(FACEDET_SHARED_DIR) + "/models/slim-320-quant-ADMM-50.mnn";
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        if (arg == "--help" || arg == "-h") {
-            usage(stdout);
-            return 0;
-        }
-        const bool known = arg == "--threads" || arg == "--runs" || arg == "--frame" || arg == "--model";
-        if (!known || i + 1 >= argc) {
-            fprintf(stderr, "engine_runs: %s\n", known ? "missing value" : ("unknown option " + arg).c_str());
-            usage(stderr);
-            return 2;
-        }
-        const char *value = argv[++i];
-        if ((arg == "--threads" && !parse_count(value, 1, 16, &threads)) ||
-            (arg == "--runs" && !parse_count(value, 0, 100000, &runs))) {
-            fprintf(stderr, "engine_runs: bad value for %s: %s\n", arg.c_str(), value);
-            return 2;
-        }
-        if (arg == "--frame") {
-            frameFile = value;
-        } else if (arg == "--model") {
-            model = value;
-        }
+    CLI::App app{"The face network on one 416x234 frame, N times, with exactly T threads.", "engine_runs"};
+    tool_cli::set_up(app, "engine_runs --threads T --runs N [--frame CLIP.nv12] [--model FILE.mnn]");
+    app.add_option("--threads", threads, "worker threads given to the engine as they are (1..16)")
+        ->type_name("T")
+        ->check(tool_cli::whole_number(1, 16, "a count from 1 to 16"));
+    app.add_option("--runs", runs, "frames run after one warm-up run (0..100000)")
+        ->type_name("N")
+        ->check(tool_cli::whole_number(0, 100000, "a count from 0 to 100000"));
+    app.add_option("--frame", frameFile,
+                   "take the first frame of this raw NV12 416x234 clip (default: flat grey)")
+        ->type_name("F");
+    app.add_option("--model", model, "the quantised network (default " + model + ")")->type_name("M");
+    if (const int status = tool_cli::parse(app, argc, argv); status >= 0) {
+        return status;
     }
     if (threads == 0 || runs < 0) {
-        usage(stderr);
-        return 2;
+        return tool_cli::usage_error(app, "say --threads T and --runs N (try --help)");
     }
 
     std::vector<uint8_t> frame(static_cast<size_t>(kWidth) * kHeight * 3, 128);

@@ -57,6 +57,9 @@ for name in $("$clip_tool" --help | awk '/^  --scenario/ {on = 1; next} on && /^
         --truth "$work/$name.csv" >/dev/null
     sources+=("$name|$work/$name.nv12|$work/$name.csv")
 done
+# The names come from the help text: a layout that hides them must not drop the scenarios' rows.
+[ -n "${FRAMING_ONLY:-}" ] || [ ${#sources[@]} -gt 0 ] ||
+    { echo "framing_quality: no scenario names in scenario_clip --help" >&2; exit 2; }
 for labels in "$root"/tests/data/labels/*.csv; do
     name=$(basename "$labels" .csv)
     if chosen "$name" && [ -f "$shared/data/videos/$name.mp4" ]; then

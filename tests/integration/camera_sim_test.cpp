@@ -247,7 +247,8 @@ TEST(FacedetCtl, SwitchesTheDaemonsCommandByte) {
     out.finish();
 
     for (const auto &[args, error] :
-         {std::pair<std::vector<std::string>, std::string>{{"1", "300"}, "'300' is not a byte"}, {{}, ""}}) {
+         {std::pair<std::vector<std::string>, std::string>{{"1", "300"}, "'300' is not a byte"},
+          {{}, "say run, stop, off or two bytes"}}) {
         auto bad = spawn(FACEDET_CTL_BIN, args, ipc_runtime_dir());
         EXPECT_EQ(bad->wait_exit(20s), 2);
         EXPECT_NE(bad->err().find(error), std::string::npos) << bad->err();

@@ -24,6 +24,7 @@ const Tool kTools[] = {
     {"facedet_ctl", FACEDET_CTL_BIN, {"1", "300"}},
     {"gamma_peer", GAMMA_PEER_BIN, {"--every", "0"}},
     {"shm_track_test", SHM_TRACK_TEST_BIN, {"--rounds", "2x"}},
+    {"engine_runs", ENGINE_RUNS_BIN, {"--threads", "17", "--runs", "1"}},
 #ifdef FACEDET_DETECT_BIN
     {"facedet_detect", FACEDET_DETECT_BIN, {"--threads", "0", "photo.png"}},
 #endif

@@ -31,12 +31,6 @@
 
 namespace {
 
-volatile sig_atomic_t g_stop = 0;
-
-void on_signal(int) {
-    g_stop = 1;
-}
-
 constexpr int64_t kSampleMicros = 20000;  // state samples while moving
 
 int64_t now_us() {
@@ -281,7 +275,7 @@ int main(int argc, char **argv) {
         return 1;
     }
 
-    tool_cli::stop_on_signals(on_signal);
+    tool_cli::stop_on_signals();
 
     SourceClock clock;
     if (!options.clockPath.empty()) {
@@ -297,7 +291,7 @@ int main(int argc, char **argv) {
 
     const int64_t end = options.seconds > 0 ? now_us() + static_cast<int64_t>(options.seconds * 1e6) : 0;
     const char *reason = "signal";
-    while (!g_stop) {
+    while (!tool_cli::stop_requested()) {
         if (end != 0 && now_us() >= end) {
             reason = "time limit";
             break;

@@ -15,12 +15,6 @@
 
 namespace {
 
-volatile sig_atomic_t s_interrupted = 0;
-
-void on_signal(int) {
-    s_interrupted = 1;
-}
-
 // -1 to go on, else the exit status.
 int parse_options(int argc, char **argv, replay::Options *o) {
     CLI::App app{
@@ -85,7 +79,7 @@ int run_replay(const replay::Options &o) {
     if (const int status = replay::launch(o, probe, &launch); status != 0) {
         return status;
     }
-    const replay::Supervision supervision = replay::supervise(o, probe, launch, s_interrupted);
+    const replay::Supervision supervision = replay::supervise(o, probe, launch, tool_cli::stop_requested());
     const replay::Logs logs = replay::judge(o, launch, supervision, &probe.run);
     return replay::render(probe, logs, probe.run);
 }
@@ -98,7 +92,7 @@ int main(int argc, char **argv) {
         return status;
     }
     setvbuf(stdout, nullptr, _IOLBF, 0);
-    tool_cli::stop_on_signals(on_signal);
+    tool_cli::stop_on_signals();
     try {
         return run_replay(o);
     } catch (const std::exception &e) {

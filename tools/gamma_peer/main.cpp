@@ -40,12 +40,6 @@ static_assert(sizeof(GammaRecord) == kTrackDataBytes, "a gamma record fills the 
 
 namespace {
 
-volatile sig_atomic_t s_stop = 0;
-
-void on_signal(int) {
-    s_stop = 1;
-}
-
 struct Options {
     int every = 0;  // polls between an answer and the next request; 0: ask once
     int strength = 100;
@@ -121,13 +115,13 @@ void sleep_ms(int ms) {
 // The segment, once the daemon has made it: it writes the data size when it
 // initialises the segment, and the lock right after.
 TrackShareMap *wait_for_segment(double deadline) {
-    while (s_stop == 0 && (deadline == 0.0 || now_seconds() < deadline)) {
+    while (tool_cli::stop_requested() == 0 && (deadline == 0.0 || now_seconds() < deadline)) {
         if (shmget(shm_key(), kTrackMapBytes, 0666) >= 0) {
             TrackShareMap *map = static_cast<TrackShareMap *>(creat_track_share_map());
             if (map == nullptr) {
                 return nullptr;
             }
-            while (map->dataSize != kTrackDataBytes && s_stop == 0 &&
+            while (map->dataSize != kTrackDataBytes && tool_cli::stop_requested() == 0 &&
                    (deadline == 0.0 || now_seconds() < deadline)) {
                 sleep_ms(20);
             }
@@ -201,7 +195,7 @@ int main(int argc, char **argv) {
         return status;
     }
     setvbuf(stdout, nullptr, _IOLBF, 0);
-    tool_cli::stop_on_signals(on_signal);
+    tool_cli::stop_on_signals();
 
     const double start = now_seconds();
     const double deadline = o.seconds > 0.0 ? start + o.seconds : 0.0;
@@ -209,7 +203,7 @@ int main(int argc, char **argv) {
     if (map == nullptr) {
         fprintf(stderr, "gamma_peer: no segment of key 0x%x from a faceDet\n",
                 static_cast<unsigned>(shm_key()));
-        return s_stop != 0 ? 0 : 1;
+        return tool_cli::stop_requested() != 0 ? 0 : 1;
     }
     printf("gamma_peer: attached to key 0x%x\n", static_cast<unsigned>(shm_key()));
 
@@ -220,7 +214,7 @@ int main(int argc, char **argv) {
     int answers = 0;
     int pollsSinceAnswer = 0;
     GammaRecord r;
-    while (s_stop == 0 && (deadline == 0.0 || now_seconds() < deadline)) {
+    while (tool_cli::stop_requested() == 0 && (deadline == 0.0 || now_seconds() < deadline)) {
         // The daemon's 3 ms limit; when it kept the lock, the next look tries again.
         if (!shm_track_map_lock(map)) {
             sleep_ms(1);
@@ -302,7 +296,7 @@ int main(int argc, char **argv) {
     }
     shm_track_map_detach();
     printf("gamma_peer: %d answers\n", answers);
-    if (o.answers > 0 && answers < o.answers && s_stop == 0) {
+    if (o.answers > 0 && answers < o.answers && tool_cli::stop_requested() == 0) {
         return 3;
     }
     return 0;

@@ -125,9 +125,23 @@ CLI::Validator one_of(const std::vector<std::string> &words) {
         "");
 }
 
-void stop_on_signals(void (*handler)(int)) {
+namespace {
+
+volatile sig_atomic_t s_stopRequested = 0;
+
+void request_stop(int) {
+    s_stopRequested = 1;
+}
+
+}  // namespace
+
+const volatile sig_atomic_t &stop_requested() {
+    return s_stopRequested;
+}
+
+void stop_on_signals() {
     struct sigaction action {};
-    action.sa_handler = handler;
+    action.sa_handler = request_stop;
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
 }

@@ -5,6 +5,7 @@
 #ifndef FACEDET_TOOLS_TOOL_CLI_H
 #define FACEDET_TOOLS_TOOL_CLI_H
 
+#include <csignal>
 #include <string>
 #include <vector>
 
@@ -24,9 +25,12 @@ int parse(CLI::App &app, int argc, char **argv);
 // Reports a usage error found after parsing ("TOOL: message"); returns 2.
 int usage_error(const CLI::App &app, const std::string &message);
 
-// SIGINT and SIGTERM call `handler`. Without SA_RESTART, so a blocking poll,
-// read or sleep returns at once with EINTR and the tool can stop.
-void stop_on_signals(void (*handler)(int));
+// SIGINT and SIGTERM set the flag stop_requested() gives. Without
+// SA_RESTART, so a blocking poll, read or sleep returns at once with EINTR
+// and the tool can stop.
+void stop_on_signals();
+// Non-zero once SIGINT or SIGTERM came.
+const volatile sig_atomic_t &stop_requested();
 
 // Values checked before they are converted, each refused with
 // "--OPTION: wants WHAT, not 'VALUE'".
