@@ -63,11 +63,13 @@ TEST(ReplayTalkingHead, SummaryCountsEveryFrameAndTheMoveAndTheVideoEachFrame) {
     const std::string json = read_file(out("summary.json"));
     // Lockstep: nothing dropped; 9 warm-up frames before the analysis starts. The
     // daemon frames the one person once and holds still after.
-    for (const char *figure :
-         {"\"complete\": true", "\"delivered\": 62, \"taken\": 62, \"dropped\": 0", "\"analysed\": 53",
-          "\"no_face_found\": false", "\"moves\": 1,", "\"packets\": 2"}) {
+    for (const char *figure : {"\"complete\": true", "\"pace\": \"lockstep\"", "\"frame_cost_ms\": null",
+                               "\"delivered\": 62, \"taken\": 62, \"dropped\": 0", "\"analysed\": 53",
+                               "\"no_face_found\": false", "\"moves\": 1,", "\"packets\": 2"}) {
         EXPECT_NE(json.find(figure), npos) << figure << "\n" << json;
     }
+    EXPECT_GT(figure(json, "analysed_fps"), 0) << json;
+    EXPECT_TRUE(file_exists(out("poster.png")));
     EXPECT_EQ(json.find("\"first_move_seconds\": null"), npos) << json;
     EXPECT_EQ(count_of(read_file(out("logs/daemon.out")), "zoomPoint = "), 1u);
     const std::string page = read_file(out("report.html"));
@@ -104,6 +106,10 @@ TEST(ReplayBadInput, UnreadableSourceStartsNothing) {
         EXPECT_NE(r.err.find(error), npos) << r.err;
         EXPECT_FALSE(file_exists(dir.file("out/summary.json")));
     }
+    const Replay costInLockstep =
+        replay(dir, {dir.file("none.nv12"), "--out", dir.file("out"), "--lockstep", "--frame-cost", "100"});
+    EXPECT_EQ(costInLockstep.status, 2);
+    EXPECT_NE(costInLockstep.err.find("not lockstep"), npos) << costInLockstep.err;
 }
 
 TEST(ReplayBadInput, OutputFolderWithFilesNeedsForceAndAMissingGammaPeerIsNamed) {
@@ -145,10 +151,13 @@ TEST(ReplayBadInput, OutputFolderWithFilesNeedsForceAndAMissingGammaPeerIsNamed)
 TEST(ReplayBadInput, DaemonPastItsTimeLimitIsReportedIncomplete) {
     TempDir dir;
     // Ten seconds of frames at the real pace, stopped after four.
-    const Replay r =
-        replay(dir, {grey_clip(dir, 300), "--out", dir.file("out"), "--timeout", "4", "--pace", "realtime"});
+    const Replay r = replay(dir, {grey_clip(dir, 300), "--out", dir.file("out"), "--timeout", "4", "--pace",
+                                  "realtime", "--frame-cost", "50"});
     EXPECT_EQ(r.status, 1) << r.out << r.err;
     const std::string json = read_file(dir.file("out/summary.json"));
+    for (const char *figure : {"\"pace\": \"realtime\"", "\"frame_cost_ms\": 50.0"}) {
+        EXPECT_NE(json.find(figure), npos) << figure << "\n" << json;
+    }
     EXPECT_NE(json.find("\"complete\": false"), npos) << json;
     EXPECT_NE(json.find("after 4 s (time-out)"), npos) << json;
     EXPECT_NE(read_file(dir.file("out/report.html")).find("incomplete: daemon"), npos);

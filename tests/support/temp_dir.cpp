@@ -6,8 +6,9 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
+
+#include "child_process.h"
 
 TempDir::TempDir() {
     const char *base = getenv("TMPDIR");
@@ -24,10 +25,7 @@ TempDir::~TempDir() {
 }
 
 std::string read_file(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream content;
-    content << in.rdbuf();
-    return content.str();
+    return read_text(path);
 }
 
 void write_file(const std::string &path, const std::string &content) {

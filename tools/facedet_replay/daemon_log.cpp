@@ -189,9 +189,12 @@ DaemonLog parse_daemon_log(const std::string &out, const std::string &err) {
     // The colour reset that follows the last line end is no cut line.
     const size_t lastEnd = out.rfind('\n');
     log.cutAtEnd = !strip_ansi(out.substr(lastEnd == std::string::npos ? 0 : lastEnd + 1)).empty();
-    log.cannotOpenSource = err.find("host platform: cannot open FACEDET_SOURCE") != std::string::npos;
     log.frameCostMs = frame_cost_of(err);
     return log;
+}
+
+double analysed_fps_of(size_t frames, double printedAllMsSum) {
+    return static_cast<double>(frames) * 1000.0 / (printedAllMsSum + 0.5 * static_cast<double>(frames));
 }
 
 double frame_cost_of(const std::string &err) {
@@ -213,13 +216,6 @@ void mark_reset(TakenFrame &f, int *count, int noFaceFrames) {
     if (++*count > noFaceFrames) {
         f.fullViewReset = true;
         *count = 0;
-    }
-}
-
-void reconstruct_resets(std::vector<TakenFrame> &frames, int noFaceFrames) {
-    int count = 0;
-    for (TakenFrame &f : frames) {
-        mark_reset(f, &count, noFaceFrames);
     }
 }
 

@@ -5,6 +5,7 @@
 #ifndef FACEDET_REPLAY_LOG_H
 #define FACEDET_REPLAY_LOG_H
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -36,7 +37,7 @@ struct TakenFrame {
     Box person;          // personCenterRect, 1920x1080
     bool moved = false;  // the panPoint/tiltPoint/zoomPoint triple was printed
     int pan = 0, tilt = 0, zoom = 0;
-    bool fullViewReset = false;  // reconstructed: see reconstruct_resets()
+    bool fullViewReset = false;  // reconstructed: see mark_reset()
     std::string decisionTrace;   // the move decision's trace line ("******** change_p = 1, ..."), if any
     // Stage times in ms, -1 when the line is missing.
     int getFrameMs = -1, autogammaMs = -1, invokeMs = -1, strategiesMs = -1, allMs = -1;
@@ -44,7 +45,6 @@ struct TakenFrame {
 
 struct DaemonLog {
     std::vector<TakenFrame> frames;
-    bool cannotOpenSource = false;  // the platform could not open FACEDET_SOURCE
     // The camera's milliseconds per analysed frame the platform charged or
     // held frames back by (its start-up line); -1 when none applied.
     double frameCostMs = -1;
@@ -57,7 +57,7 @@ struct DaemonLog {
 std::string strip_ansi(const std::string &text);
 
 // Reads the daemon's stdout. `err` (its stderr) is only searched for the
-// platform's "cannot open" line and its frame cost. Lines are matched by their
+// platform's frame cost. Lines are matched by their
 // text anywhere in the line, since a printf without a line end lands in front
 // of the next.
 DaemonLog parse_daemon_log(const std::string &out, const std::string &err = "");
@@ -65,6 +65,12 @@ DaemonLog parse_daemon_log(const std::string &out, const std::string &err = "");
 // The camera's milliseconds per analysed frame from the platform's start-up
 // line on the daemon's stderr; -1 when there is none.
 double frame_cost_of(const std::string &err);
+
+// Analysed frames per second from their "all" stage times as the daemon
+// prints them, in whole milliseconds: each frame gets half of one back, on
+// average what the printing cut off. Each "all" time runs from the frame's
+// wait to the end of its work, so their sum is the time those frames took.
+double analysed_fps_of(size_t frames, double printedAllMsSum);
 
 // The same reading, a line at a time, for output that is still growing.
 class DaemonLogReader {
@@ -76,8 +82,6 @@ class DaemonLogReader {
     std::vector<TakenFrame> take_completed();
     // Everything read, the last frame completed.
     DaemonLog finish();
-    // The start-up lines' findings (the detector's engine and model).
-    const DaemonLog &log() const { return log_; }
     // The auto-framing command the frame loop last reported (every pass).
     Mode mode() const { return mode_; }
 
@@ -97,7 +101,6 @@ class DaemonLogReader {
 // Marks those frames, following the daemon's rule (move_decision.cpp); the
 // count runs on in *count from one frame to the next.
 void mark_reset(TakenFrame &frame, int *count, int noFaceFrames = 10);
-void reconstruct_resets(std::vector<TakenFrame> &frames, int noFaceFrames = 10);
 
 struct FrameLogEntry {
     uint64_t sourceIndex = 0;

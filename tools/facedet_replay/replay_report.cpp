@@ -91,7 +91,7 @@ Summary summarise(const RunInfo &run, const DaemonLog &daemon, const std::vector
     std::vector<double> getFrame, autogamma, invoke, strategies, all;
     long faceSum = 0;
     int timedFramingFrames = 0;
-    double framingMs = 0;
+    double framingMs = 0;  // their "all" times as printed
     for (size_t i = 0; i < daemon.frames.size(); ++i) {
         const TakenFrame &f = daemon.frames[i];
         if (f.analysed) {
@@ -100,8 +100,7 @@ Summary summarise(const RunInfo &run, const DaemonLog &daemon, const std::vector
         if (f.framingRan) {
             ++s.framingFrames;
             if (f.allMs >= 0) {
-                // Whole milliseconds as printed: half of one back on average.
-                framingMs += f.allMs + 0.5;
+                framingMs += f.allMs;
                 ++timedFramingFrames;
             }
             const int n = static_cast<int>(f.faces.size());
@@ -136,12 +135,10 @@ Summary summarise(const RunInfo &run, const DaemonLog &daemon, const std::vector
     if (s.durationSeconds > 0) {
         s.movesPerMinute = s.moves * 60.0 / s.durationSeconds;
     }
-    // The rate while the detector runs, by the daemon's own clock: each frame's
-    // "all" time runs from its wait for the frame to the end of its work, so
-    // the sum is the time those frames took (camera time at the camera's
-    // pace, the clip's in lockstep, the wall clock in realtime).
+    // The rate while the detector runs, by the daemon's own clock: camera
+    // time at the camera's pace, the clip's in lockstep, the wall clock in realtime.
     if (timedFramingFrames > 0) {
-        s.analysedFps = timedFramingFrames * 1000.0 / framingMs;
+        s.analysedFps = analysed_fps_of(static_cast<size_t>(timedFramingFrames), framingMs);
     }
     s.getFrame = spread_of(getFrame);
     s.autogamma = spread_of(autogamma);

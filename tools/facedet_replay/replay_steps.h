@@ -14,6 +14,7 @@
 #include "child_process.h"
 #include "replay_report.h"
 #include "replay_source.h"
+#include "run_folder.h"
 #include "truth_file.h"
 
 namespace replay {
@@ -31,8 +32,8 @@ struct Options {
     std::string truth;   // empty: not scored
 };
 
-// The whole of a file; empty when it cannot be read (a log not written yet).
-std::string read_text(const std::string &path);
+// How long the daemon may take to end after SIGTERM before it is killed.
+constexpr int kDaemonStopSeconds = 15;
 
 // The wall clock of the run, from its start.
 using Clock = std::chrono::steady_clock;
@@ -54,8 +55,7 @@ bool probe(const Options &o, Probe *p);
 
 // The processes of a run and where they log.
 struct Launch {
-    std::string runtimeDir;  // private to the run, removed at its end
-    std::string shmKey;      // a key of our own: a camera process's segment is never touched
+    RunFolder folder;  // private to the run, removed at its end
     std::string frameLog, simLog, daemonOut, daemonErr, gammaOut;
     std::unique_ptr<ChildProcess> sim, daemon;
     Clock::time_point started;
@@ -69,7 +69,7 @@ int launch(const Options &o, Probe &p, Launch *l);
 // How the run went, as the supervisor saw it.
 struct Supervision {
     bool runSent = false;  // facedet_ctl switched auto framing on
-    bool gammaStarted = false, cannotOpen = false, interrupted = false, killedForTime = false;
+    bool gammaStarted = false, interrupted = false, killedForTime = false;
     bool hung = false;         // the daemon needed SIGKILL
     bool daemonEnded = false;  // it ended by itself
     double limit = 0;          // the time-out that applied, in seconds

@@ -29,9 +29,8 @@ Logs judge(const Options &o, const Launch &l, const Supervision &s, RunInfo *run
     const std::string &err = logs.daemonErr;
     if (!l.daemon) {
         run->reason = "the daemon could not be started";
-    } else if (logs.daemon.cannotOpenSource || s.cannotOpen) {
+    } else if (const size_t at = err.find("host platform: cannot open"); at != std::string::npos) {
         run->reason = "the daemon cannot open the source";
-        const size_t at = err.find("host platform: cannot open");
         run->notes.push_back(err.substr(at, err.find('\n', at) - at));
     } else if (s.interrupted) {
         run->reason = "interrupted after " + whole_seconds(run->wallSeconds) + " s";
@@ -39,7 +38,8 @@ Logs judge(const Options &o, const Launch &l, const Supervision &s, RunInfo *run
         run->reason = std::string(s.hung ? "daemon killed after " : "daemon stopped after ") +
                       whole_seconds(s.limit) + " s (time-out)";
     } else if (s.hung) {
-        run->reason = "daemon killed: it did not end within 15 s of SIGTERM";
+        run->reason =
+            "daemon killed: it did not end within " + std::to_string(kDaemonStopSeconds) + " s of SIGTERM";
     } else if (o.seconds == 0 && s.daemonEnded && run->daemonExit != 0) {
         run->reason =
             "the daemon ended with status " + std::to_string(run->daemonExit) + " before the clip's end";

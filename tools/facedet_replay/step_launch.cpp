@@ -1,12 +1,7 @@
 // The second step of a replay: a private runtime folder and shared-memory
 // key, camera_sim on its socket, then the daemon on the source.
-#include <unistd.h>
-
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
-#include <map>
 #include <stdexcept>
 
 #include "replay_steps.h"
@@ -21,28 +16,23 @@ double seconds_since(Clock::time_point start) {
 
 int launch(const Options &o, Probe &p, Launch *l) {
     // Under /tmp whatever TMPDIR says: the socket paths in it must stay short.
-    char runtimeDir[] = "/tmp/facedet_replay.XXXXXX";
-    if (mkdtemp(runtimeDir) == nullptr) {
-        fprintf(stderr, "facedet_replay: cannot create a runtime folder: %s\n", strerror(errno));
+    std::string error;
+    std::vector<std::string> unlinkedModels;
+    if (!make_run_folder("/tmp/facedet_replay.XXXXXX", 0x52500000, 0xfffff, &l->folder, &unlinkedModels,
+                         &error)) {
+        fprintf(stderr, "facedet_replay: %s\n", error.c_str());
         return 2;
     }
-    l->runtimeDir = runtimeDir;
-    std::error_code error;
-    const std::string &rt = l->runtimeDir;
-    // The daemon loads its model from its working directory, as on the camera.
-    for (const char *model : {"slim-320-quant-ADMM-50.mnn", "slim-320.onnx"}) {
-        fs::create_symlink(fs::path(FACEDET_SHARED_DIR) / "models" / model, fs::path(rt) / model, error);
-        if (error) {
-            p.run.notes.push_back(std::string("cannot link the model ") + model);
-        }
+    for (const std::string &model : unlinkedModels) {
+        p.run.notes.push_back("cannot link the model " + model);
     }
+    const std::string &rt = l->folder.dir;
 
     l->frameLog = p.logs + "/frames.log";
     l->simLog = p.logs + "/camera_sim.jsonl";
     l->daemonOut = p.logs + "/daemon.out";
     l->daemonErr = p.logs + "/daemon.err";
     l->gammaOut = p.logs + "/gamma_peer.out";
-    l->shmKey = std::to_string(0x52500000 + (getpid() & 0xfffff));
 
     l->started = Clock::now();
     const SourceInfo &info = p.source;
@@ -63,7 +53,7 @@ int launch(const Options &o, Probe &p, Launch *l) {
         l->sim = std::make_unique<ChildProcess>(p.simBin, sim);
     } catch (const std::runtime_error &) {
         fprintf(stderr, "facedet_replay: cannot start camera_sim\n");
-        fs::remove_all(rt, error);
+        remove_run_folder(&l->folder);
         return 1;
     }
     eventually([&] { return fs::exists(rt + "/featureCamera_addr.socket") || l->sim->poll(); },
@@ -71,15 +61,13 @@ int launch(const Options &o, Probe &p, Launch *l) {
 
     ChildProcess::Options daemon{{}, {}, {}, rt, l->daemonOut, l->daemonErr};
     daemon.env = {{"FACEDET_RUNTIME_DIR", rt},
-                  {"FACEDET_SHM_KEY", l->shmKey},
+                  {"FACEDET_SHM_KEY", l->folder.shmKey},
                   {"FACEDET_SOURCE", p.run.source},
                   {"FACEDET_PACE", p.run.pace},
                   {"FACEDET_FRAME_LOG", l->frameLog}};
     daemon.unsetEnv = {"FACEDET_LOOP", "FACEDET_EXIT_AT_END", "FACEDET_FAULTS", "FACEDET_FRAME_COST_MS"};
     if (o.frameCostMs > 0) {
-        char cost[32];
-        snprintf(cost, sizeof cost, "%g", o.frameCostMs);
-        daemon.env["FACEDET_FRAME_COST_MS"] = cost;
+        daemon.env["FACEDET_FRAME_COST_MS"] = frame_cost_text(o.frameCostMs);
     }
     if (!o.engine.empty()) {
         daemon.env["FACEDET_ENGINE"] = o.engine;
@@ -88,7 +76,7 @@ int launch(const Options &o, Probe &p, Launch *l) {
     try {
         l->daemon = std::make_unique<ChildProcess>(p.daemonBin, daemon);
     } catch (const std::runtime_error &) {
-        l->daemon.reset();  // judged as "could not be started"
+        // Left empty: judged as "could not be started".
     }
     return 0;
 }

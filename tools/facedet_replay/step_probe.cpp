@@ -55,11 +55,6 @@ bool probe(const Options &o, Probe *p) {
     p->simBin = FACEDET_REPLAY_CAMERA_SIM;
     p->ctlBin = FACEDET_REPLAY_CTL;
     p->gammaBin = FACEDET_REPLAY_GAMMA_PEER;
-    if (!is_executable(p->gammaBin)) {
-        // Built after this tool was configured: beside it, in the tools' folder.
-        const fs::path toolsDir = fs::read_symlink("/proc/self/exe", error).parent_path().parent_path();
-        p->gammaBin = ((error ? fs::path(".") : toolsDir) / "gamma_peer" / "gamma_peer").string();
-    }
     for (const std::string &bin : {p->daemonBin, p->simBin, p->ctlBin}) {
         if (!is_executable(bin)) {
             fprintf(stderr, "facedet_replay: '%s' is not built; nothing was started\n", bin.c_str());

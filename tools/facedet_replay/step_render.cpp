@@ -14,15 +14,22 @@ namespace replay {
 
 namespace {
 
-// Moves the finished file into place; the temporary name never passes for the real one.
+// Moves the finished file into place; the temporary name never passes for the
+// real one, and is not left behind when the move fails.
 bool publish(const std::string &tmp, const std::string &final, RunInfo &run) {
     std::error_code error;
     fs::rename(tmp, final, error);
     if (error) {
         run.notes.push_back("cannot rename " + tmp + ": " + error.message());
+        fs::remove(tmp, error);
         return false;
     }
     return true;
+}
+
+void remove_quietly(const std::string &path) {
+    std::error_code ignored;
+    fs::remove(path, ignored);
 }
 
 bool write_text(const std::string &path, const std::string &text) {
@@ -61,8 +68,7 @@ int render(const Probe &p, const Logs &logs, RunInfo &run) {
         render_video(run.source, logs.frames, logs.daemon, logs.sim, p.source.fps, out + "/.replay.tmp.mp4");
     const bool haveVideo = video.ok && publish(out + "/.replay.tmp.mp4", out + "/replay.mp4", run);
     if (!video.ok) {
-        std::error_code error;
-        fs::remove(out + "/.replay.tmp.mp4", error);
+        remove_quietly(out + "/.replay.tmp.mp4");
         run.notes.push_back("no video: " + video.error);
     }
     FramingScore score;
@@ -78,9 +84,11 @@ int render(const Probe &p, const Logs &logs, RunInfo &run) {
                         out + "/.timeline.tmp.png", &timelineError) &&
         publish(out + "/.timeline.tmp.png", out + "/timeline.png", run);
     if (!haveTimeline) {
+        remove_quietly(out + "/.timeline.tmp.png");
         run.notes.push_back("no timeline: " + timelineError);
     } else if (!(render_poster(video.still, out + "/timeline.png", out + "/.poster.tmp.png") &&
                  publish(out + "/.poster.tmp.png", out + "/poster.png", run))) {
+        remove_quietly(out + "/.poster.tmp.png");
         run.notes.push_back("no poster");
     }
     if (run.complete && !haveVideo) {
@@ -93,6 +101,8 @@ int render(const Probe &p, const Logs &logs, RunInfo &run) {
     if (!write_text(out + "/.summary.json.tmp", summary_json(summary)) ||
         !write_text(out + "/.report.html.tmp", report_html(summary, haveVideo, haveTimeline))) {
         fprintf(stderr, "facedet_replay: cannot write the report into '%s'\n", out.c_str());
+        remove_quietly(out + "/.summary.json.tmp");
+        remove_quietly(out + "/.report.html.tmp");
         return 1;
     }
     publish(out + "/.summary.json.tmp", out + "/summary.json", run);

@@ -1,13 +1,9 @@
 // The third step of a replay: auto framing switched on, gamma_peer started
 // when asked, the daemon watched to its end or its time limit, then the run
 // shut down in order and its runtime folder and segment removed.
-#include <sys/ipc.h>
-#include <sys/shm.h>
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <stdexcept>
 #include <thread>
 
@@ -17,25 +13,18 @@ namespace fs = std::filesystem;
 
 namespace replay {
 
-std::string read_text(const std::string &path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
 namespace {
 
 // facedet_ctl run, once the daemon's control socket is there.
 bool switch_on(const Probe &p, const Launch &l) {
-    if (!fs::exists(l.runtimeDir + "/sin_addr.socket")) {
+    if (!fs::exists(l.folder.dir + "/sin_addr.socket")) {
         return false;
     }
     try {
-        ChildProcess ctl(p.ctlBin, {{"--runtime-dir", l.runtimeDir, "run"},
+        ChildProcess ctl(p.ctlBin, {{"--runtime-dir", l.folder.dir, "run"},
                                     {},
                                     {},
-                                    l.runtimeDir,
+                                    l.folder.dir,
                                     p.logs + "/facedet_ctl.out",
                                     p.logs + "/facedet_ctl.err"});
         return ctl.wait_exit(std::chrono::seconds(10)) == 0;
@@ -47,13 +36,13 @@ bool switch_on(const Probe &p, const Launch &l) {
 std::unique_ptr<ChildProcess> start_gamma_peer(const Probe &p, const Launch &l) {
     try {
         return std::make_unique<ChildProcess>(
-            p.gammaBin,
-            ChildProcess::Options{{"--every", "30", "--csv", p.logs + "/gamma.csv"},
-                                  {{"FACEDET_SHM_KEY", l.shmKey}, {"FACEDET_RUNTIME_DIR", l.runtimeDir}},
-                                  {},
-                                  l.runtimeDir,
-                                  l.gammaOut,
-                                  p.logs + "/gamma_peer.err"});
+            p.gammaBin, ChildProcess::Options{
+                            {"--every", "30", "--csv", p.logs + "/gamma.csv"},
+                            {{"FACEDET_SHM_KEY", l.folder.shmKey}, {"FACEDET_RUNTIME_DIR", l.folder.dir}},
+                            {},
+                            l.folder.dir,
+                            l.gammaOut,
+                            p.logs + "/gamma_peer.err"});
     } catch (const std::runtime_error &) {
         return nullptr;
     }
@@ -91,9 +80,6 @@ Supervision supervise(const Options &o, Probe &p, Launch &l, const volatile sig_
             s.gammaStarted = gamma != nullptr;
             p.run.gammaStatus = s.gammaStarted ? "ran" : "gamma_peer could not start";
         }
-        if (!s.cannotOpen && read_text(l.daemonErr).find("host platform: cannot open") != std::string::npos) {
-            s.cannotOpen = true;  // the daemon ends by itself; its line goes into the report
-        }
         if (o.seconds > 0 && s.runSent && seconds_since(runAt) >= o.seconds) {
             break;
         }
@@ -102,7 +88,7 @@ Supervision supervise(const Options &o, Probe &p, Launch &l, const volatile sig_
 
     // Shut down in order: the daemon, then the camera, then the tuning peer.
     s.daemonEnded = l.daemon && l.daemon->poll();
-    if (l.daemon && !s.daemonEnded && !l.daemon->stop(std::chrono::seconds(15))) {
+    if (l.daemon && !s.daemonEnded && !l.daemon->stop(std::chrono::seconds(kDaemonStopSeconds))) {
         s.hung = true;
     }
     l.sim->stop(std::chrono::seconds(5));
@@ -111,12 +97,7 @@ Supervision supervise(const Options &o, Probe &p, Launch &l, const volatile sig_
         gamma->stop(std::chrono::seconds(5));
         s.gammaStatus = gamma->status();
     }
-    std::error_code error;
-    fs::remove_all(l.runtimeDir, error);
-    // The daemon leaves its segment behind, as on the camera; ours is private to this run.
-    if (const int shmId = shmget(static_cast<key_t>(std::stol(l.shmKey)), 0, 0); shmId >= 0) {
-        shmctl(shmId, IPC_RMID, nullptr);
-    }
+    remove_run_folder(&l.folder);
     p.run.daemonExit = l.daemon ? l.daemon->status() : -1;
     p.run.wallSeconds = seconds_since(l.started);
     return s;

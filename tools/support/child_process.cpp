@@ -14,16 +14,12 @@
 
 extern char **environ;
 
-namespace {
-
 std::string read_text(const std::string &path) {
     std::ifstream in(path, std::ios::binary);
     std::ostringstream content;
     content << in.rdbuf();
     return content.str();
 }
-
-}  // namespace
 
 ChildProcess::ChildProcess(const std::string &program, const Options &options) {
     static std::atomic<int> counter{0};

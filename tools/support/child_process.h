@@ -34,8 +34,6 @@ class ChildProcess {
     ChildProcess &operator=(const ChildProcess &) = delete;
 
     pid_t pid() const { return pid_; }
-    const std::string &out_path() const { return outPath_; }
-    const std::string &err_path() const { return errPath_; }
     std::string out() const;
     std::string err() const;
 
@@ -58,6 +56,9 @@ class ChildProcess {
     std::string outPath_;
     std::string errPath_;
 };
+
+// The whole of a file; empty when it cannot be read (a log not written yet).
+std::string read_text(const std::string &path);
 
 // Polls `done` every 10 ms until it holds (true) or `limit` passes (false).
 bool eventually(const std::function<bool()> &done,
