@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
@@ -70,6 +71,18 @@ struct StreamClient {
         }
     }
     ~StreamClient() { close(fd); }
+    // Reads what has come, without waiting; the bytes read. The first few
+    // kilobytes are kept in `seen`.
+    size_t drain() {
+        char buffer[65536];
+        size_t total = 0;
+        for (ssize_t n; (n = recv(fd, buffer, sizeof buffer, MSG_DONTWAIT)) > 0;) {
+            seen.append(buffer, std::min(static_cast<size_t>(n), 4096 - std::min<size_t>(seen.size(), 4096)));
+            total += static_cast<size_t>(n);
+        }
+        return total;
+    }
+    std::string seen;
 };
 
 class LiveView : public ::testing::Test {
@@ -167,6 +180,10 @@ TEST_F(LiveView, ShowsTheFramingTakesTheCamerasCommandsAndKeepsItsClientsInCheck
     EXPECT_EQ(s["frame_cost_ms"], 189.0);
     EXPECT_GT(s["analysed_fps"].get<double>(), 3.0) << "about five a second at 189 ms";
     EXPECT_TRUE(s["last_decision"].is_object()) << s.dump();
+    const json timeline = json::parse(client().Get("/timeline.json")->body);
+    EXPECT_TRUE(std::any_of(timeline["samples"].begin(), timeline["samples"].end(), [](const json &sample) {
+        return sample["zoom_cmd"] < 1920;
+    })) << timeline.dump();
 
     // Stop sends the camera to the full view; run resumes the framing.
     auto stop = client().Post("/control", "stop", "text/plain");
@@ -189,7 +206,8 @@ TEST_F(LiveView, ShowsTheFramingTakesTheCamerasCommandsAndKeepsItsClientsInCheck
     EXPECT_EQ(c.Post("/control", "explode", "text/plain")->status, 400);
     EXPECT_EQ(status()["command"], "run");
 
-    // Four stream clients at most; one that stops reading is dropped after 2 s.
+    // Four stream clients at most; one that stops reading is dropped after 2 s,
+    // and the others, which read, are served all the while.
     {
         std::vector<std::unique_ptr<StreamClient>> watching;
         for (int i = 0; i < 4; ++i) {
@@ -197,8 +215,23 @@ TEST_F(LiveView, ShowsTheFramingTakesTheCamerasCommandsAndKeepsItsClientsInCheck
             EXPECT_EQ(watching.back()->status, 200) << i;
         }
         EXPECT_EQ(StreamClient(port_, false).status, 503);
-        EXPECT_TRUE(eventually([&] { return StreamClient(port_, false).status == 200; }, 30s))
+        EXPECT_TRUE(eventually(
+            [&] {
+                for (size_t i = 1; i < watching.size(); ++i) {
+                    watching[i]->drain();
+                }
+                return StreamClient(port_, false).status == 200;
+            },
+            30s))
             << "the stalled client keeps its place";
+        for (size_t i = 1; i < watching.size(); ++i) {
+            EXPECT_TRUE(eventually([&] { return watching[i]->drain() > 0; }, 5s))
+                << "a reader was dropped: " << i;
+            EXPECT_NE(
+                watching[i]->seen.find("--facedetframe\r\nContent-Type: image/jpeg\r\nContent-Length: "),
+                std::string::npos)
+                << watching[i]->seen.substr(0, 300);
+        }
         EXPECT_EQ(status()["daemon"], "running");
     }
 

@@ -59,20 +59,18 @@ void LiveModel::take(const replay::TakenFrame &frame) {
     }
     if (frame.framingRan) {
         ++framesAnalysed_;
-        faces_ = static_cast<int>(frame.faces.size());
         if (frame.allMs >= 0) {
             recentAllMs_.push_back(frame.allMs);
             if (recentAllMs_.size() > kRateFrames) {
                 recentAllMs_.pop_front();
             }
         }
-    } else if (frame.mode != replay::Mode::Run) {
-        faces_ = 0;
     }
     if (frame.moved || frame.fullViewReset || frame.stopFullView) {
-        hasDecision_ = true;
-        decision_ = frame;
-        decision_.faces.clear();
+        decisionFrame_ = frame.frameNumber;
+        decisionText_ = frame.moved           ? frame.decisionTrace
+                        : frame.fullViewReset ? "full view: no face"
+                                              : "full view: stopped";
     }
 }
 
@@ -121,7 +119,7 @@ void LiveModel::sample(double nowS) {
     s.pan = camera_.pan;
     s.tilt = camera_.tilt;
     s.width = camera_.width;
-    s.faces = faces_;
+    s.faces = static_cast<int>(overlay_.faces.size());
     timeline_.push_back(s);
     while (!timeline_.empty() && timeline_.front().t < nowS - kTimelineSeconds) {
         timeline_.pop_front();
@@ -132,17 +130,18 @@ std::string LiveModel::status_json() const {
     nlohmann::ordered_json j;
     j["source"] = source_;
     j["pace"] = "realtime";
-    j["frame_cost_ms"] = frameCostMs_ < 0 ? nlohmann::ordered_json() : nlohmann::ordered_json(frameCostMs_);
+    j["frame_cost_ms"] = frameCostMs_;
     j["frames_taken"] = framesTaken_;
     j["frames_analysed"] = framesAnalysed_;
     double allMs = 0;
     for (double ms : recentAllMs_) {
-        allMs += ms + 0.5;  // whole milliseconds as printed: half of one back on average
+        allMs += ms;
     }
-    j["analysed_fps"] = recentAllMs_.empty()
-                            ? nlohmann::ordered_json()
-                            : nlohmann::ordered_json(printf_rounded(recentAllMs_.size() * 1000.0 / allMs, 2));
-    j["faces"] = faces_;
+    j["analysed_fps"] =
+        recentAllMs_.empty()
+            ? nlohmann::ordered_json()
+            : nlohmann::ordered_json(printf_rounded(replay::analysed_fps_of(recentAllMs_.size(), allMs), 2));
+    j["faces"] = overlay_.faces.size();
     // The daemon reports its command every pass; until it has since a send,
     // the command sent is the one in force.
     const replay::Mode mode = daemon_.mode();
@@ -153,15 +152,12 @@ std::string LiveModel::status_json() const {
                    {"tilt", printf_rounded(camera_.tilt, 1)},
                    {"width", printf_rounded(camera_.width, 1)},
                    {"moving", camera_.moving}};
-    if (hasDecision_) {
-        const bool move = decision_.moved;
-        j["last_decision"] = {{"frame", decision_.frameNumber},
-                              {"pan", move ? decision_.pan : 0},
-                              {"tilt", move ? decision_.tilt : 0},
-                              {"zoom", move ? decision_.zoom : 1920},
-                              {"text", move ? decision_.decisionTrace
-                                            : std::string(decision_.fullViewReset ? "full view: no face"
-                                                                                  : "full view: stopped")}};
+    if (overlay_.hasFraming) {
+        j["last_decision"] = {{"frame", decisionFrame_},
+                              {"pan", overlay_.pan},
+                              {"tilt", overlay_.tilt},
+                              {"zoom", overlay_.zoom},
+                              {"text", decisionText_}};
     } else {
         j["last_decision"] = nullptr;
     }

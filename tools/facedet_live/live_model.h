@@ -44,7 +44,7 @@ struct TimelineSample {
 
 class LiveModel {
   public:
-    // frameCostMs: what the daemon was told (-1: no cost).
+    // frameCostMs: what the daemon was told.
     LiveModel(std::string source, double frameCostMs);
 
     void daemon_line(const std::string &line);
@@ -63,7 +63,6 @@ class LiveModel {
     bool analysed_source(uint64_t *sourceIndex) const;
     const replay::SimState &camera() const { return camera_; }
     bool daemon_ended() const { return exited_; }
-    long frames_taken() const { return framesTaken_; }
 
     std::string status_json() const;
     std::string timeline_json(double nowS) const;
@@ -81,12 +80,13 @@ class LiveModel {
     std::deque<uint64_t> takenSources_;  // source index of the last taken frames, oldest first
     bool hasAnalysedSource_ = false;
     uint64_t analysedSource_ = 0;
-    int faces_ = 0;
     std::deque<double> recentAllMs_;  // "all" stage times of the last analysed frames
     std::string pendingCommand_;      // sent, not yet reported by the daemon
     replay::Mode modeAtSend_ = replay::Mode::Unknown;
-    bool hasDecision_ = false;
-    replay::TakenFrame decision_;  // the last frame that moved the camera or sent it to the full view
+    // The last frame that moved the camera or sent it to the full view, whose
+    // framing the overlay holds.
+    int decisionFrame_ = 0;
+    std::string decisionText_;
     bool exited_ = false;
     int exitStatus_ = 0;
     std::deque<TimelineSample> timeline_;

@@ -17,22 +17,26 @@ bool LivePicture::newer_frame() {
     if (!reader_.read_newer(tapPath_, &frame_)) {
         return false;
     }
-    Recent r{frame_.sourceIndex, frame_.ptsUs, cv::Mat()};
-    const cv::Mat nv12(frame_.height * 3 / 2, frame_.width, CV_8UC1, frame_.nv12.data());
-    cv::cvtColor(nv12, r.bgr, cv::COLOR_YUV2BGR_NV12);
-    if (r.bgr.cols != replay::kFrameWidth || r.bgr.rows != replay::kFrameHeight) {
-        cv::resize(r.bgr, r.bgr, cv::Size(replay::kFrameWidth, replay::kFrameHeight));
-    }
-    recent_.push_back(std::move(r));
-    if (recent_.size() > kRecentFrames) {
+    // The oldest picture's memory is reused once a second's worth is kept.
+    Recent r{frame_.sourceIndex, cv::Mat()};
+    if (recent_.size() >= kRecentFrames) {
+        r.bgr = std::move(recent_.front().bgr);
         recent_.pop_front();
     }
+    const cv::Mat nv12(frame_.height * 3 / 2, frame_.width, CV_8UC1, frame_.nv12.data());
+    if (frame_.width == replay::kFrameWidth && frame_.height == replay::kFrameHeight) {
+        cv::cvtColor(nv12, r.bgr, cv::COLOR_YUV2BGR_NV12);
+    } else {
+        cv::Mat bgr;
+        cv::cvtColor(nv12, bgr, cv::COLOR_YUV2BGR_NV12);
+        cv::resize(bgr, r.bgr, cv::Size(replay::kFrameWidth, replay::kFrameHeight));
+    }
+    recent_.push_back(std::move(r));
     return true;
 }
 
-std::shared_ptr<const std::string> LivePicture::render(const replay::Overlay &overlay,
-                                                       const replay::SimState &camera,
-                                                       const uint64_t *analysedSource) {
+std::vector<unsigned char> LivePicture::render(const replay::Overlay &overlay, const replay::SimState &camera,
+                                               const uint64_t *analysedSource) {
     cv::Mat picture;
     if (recent_.empty()) {
         picture = cv::Mat(replay::kPanelHeight, 2 * replay::kPanelWidth, CV_8UC3, cv::Scalar(40, 40, 40));
@@ -52,13 +56,12 @@ std::shared_ptr<const std::string> LivePicture::render(const replay::Overlay &ov
         const Recent &left = analysed != nullptr ? *analysed : newest;
         replay::FrameLogEntry entry;
         entry.sourceIndex = left.sourceIndex;
-        entry.ptsUs = left.ptsUs;
         picture = replay::draw_frame(left.bgr, entry, analysed != nullptr ? "analysed" : "newest", overlay,
                                      camera, &newest.bgr);
     }
-    std::vector<uchar> jpeg;
+    std::vector<unsigned char> jpeg;
     cv::imencode(".jpg", picture, jpeg, {cv::IMWRITE_JPEG_QUALITY, 80});
-    return std::make_shared<const std::string>(jpeg.begin(), jpeg.end());
+    return jpeg;
 }
 
 }  // namespace live

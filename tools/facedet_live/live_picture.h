@@ -9,8 +9,8 @@
 #define FACEDET_LIVE_PICTURE_H
 
 #include <deque>
-#include <memory>
 #include <string>
+#include <vector>
 
 #include <opencv2/core.hpp>
 
@@ -29,13 +29,12 @@ class LivePicture {
     // The picture as a JPEG: the analysed frame `analysedSource` (when given
     // and still recent; one read a frame or two before it otherwise) with the overlay, beside the camera's
     // view of the newest frame; before the first frame, a card that says what is awaited.
-    std::shared_ptr<const std::string> render(const replay::Overlay &overlay, const replay::SimState &camera,
-                                              const uint64_t *analysedSource);
+    std::vector<unsigned char> render(const replay::Overlay &overlay, const replay::SimState &camera,
+                                      const uint64_t *analysedSource);
 
   private:
     struct Recent {
         uint64_t sourceIndex;
-        uint64_t ptsUs;
         cv::Mat bgr;  // at the port's size
     };
 

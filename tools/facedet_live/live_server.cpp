@@ -60,23 +60,29 @@ std::string control_command(const std::string &body) {
     return word == "run" || word == "stop" || word == "off" ? word : "";
 }
 
-void FrameBroadcaster::publish(std::shared_ptr<const std::string> jpeg) {
+void FrameBroadcaster::publish(const std::vector<unsigned char> &jpeg) {
+    const std::string head =
+        std::string("--") + kBoundary +
+        "\r\nContent-Type: image/jpeg\r\nContent-Length: " + std::to_string(jpeg.size()) + "\r\n\r\n";
+    auto part = std::make_shared<std::string>();
+    part->reserve(head.size() + jpeg.size() + 2);
+    part->append(head).append(jpeg.begin(), jpeg.end()).append("\r\n");
     {
         std::lock_guard<std::mutex> lk(mu_);
-        latest_ = std::move(jpeg);
+        latest_ = std::move(part);
         ++sequence_;
     }
     newer_.notify_all();
 }
 
-bool FrameBroadcaster::wait_newer(uint64_t *seen, std::shared_ptr<const std::string> *jpeg,
+bool FrameBroadcaster::wait_newer(uint64_t *seen, std::shared_ptr<const std::string> *part,
                                   std::chrono::milliseconds limit) {
     std::unique_lock<std::mutex> lk(mu_);
     if (!newer_.wait_for(lk, limit, [&] { return closed_ || (latest_ && sequence_ != *seen); }) || closed_) {
         return false;
     }
     *seen = sequence_;
-    *jpeg = latest_;
+    *part = latest_;
     return true;
 }
 
@@ -96,7 +102,6 @@ void FrameBroadcaster::close() {
 LiveServer::LiveServer(std::string listenAddress, int port, ServerHooks hooks, FrameBroadcaster &frames)
     : listenAddress_(std::move(listenAddress)),
       port_(port),
-      requestedPort_(port),
       hooks_(std::move(hooks)),
       frames_(frames),
       server_(std::make_unique<httplib::Server>()) {
@@ -123,17 +128,16 @@ LiveServer::~LiveServer() {
 
 bool LiveServer::bind(std::string *error) {
     errno = 0;
-    if (port_ == 0) {
-        port_ = server_->bind_to_any_port(listenAddress_.c_str());
-    } else if (!server_->bind_to_port(listenAddress_.c_str(), port_)) {
-        port_ = -1;
-    }
-    if (port_ <= 0) {
+    const int bound = port_ == 0 ? server_->bind_to_any_port(listenAddress_)
+                      : server_->bind_to_port(listenAddress_.c_str(), port_) ? port_
+                                                                             : -1;
+    if (bound <= 0) {
         const int err = errno;
-        *error = "cannot listen on " + listenAddress_ + ":" + std::to_string(requestedPort_) + ": " +
+        *error = "cannot listen on " + listenAddress_ + ":" + std::to_string(port_) + ": " +
                  (err != 0 ? std::strerror(err) : "the address cannot be used");
         return false;
     }
+    port_ = bound;
     return true;
 }
 
@@ -191,7 +195,13 @@ void LiveServer::add_routes() {
             res.set_content("400: the body is run, stop or off\n", "text/plain");
             return;
         }
-        res.set_content(hooks_.control(command), "application/json");
+        const std::string state = hooks_.control(command);
+        if (state.empty()) {
+            res.status = 503;
+            res.set_content("503: the daemon did not take the command\n", "text/plain");
+            return;
+        }
+        res.set_content(state, "application/json");
     });
     server_->Get("/stream.mjpg", [this](const Request &, Response &res) {
         if (streams_.fetch_add(1) >= kMaxStreamClients) {
@@ -206,19 +216,14 @@ void LiveServer::add_routes() {
         res.set_chunked_content_provider(
             std::string("multipart/x-mixed-replace; boundary=") + kBoundary,
             [this, seen](size_t, httplib::DataSink &sink) {
-                std::shared_ptr<const std::string> jpeg;
+                std::shared_ptr<const std::string> part;
                 // Short waits, so that the end of the server ends the stream; a
                 // gone client is found at the next write, and the tool sends the
                 // newest picture again at least once a second.
-                if (!frames_.wait_newer(seen.get(), &jpeg, std::chrono::milliseconds(500))) {
+                if (!frames_.wait_newer(seen.get(), &part, std::chrono::milliseconds(500))) {
                     return !frames_.closed();
                 }
-                const std::string head =
-                    std::string("--") + kBoundary +
-                    "\r\nContent-Type: image/jpeg\r\nContent-Length: " + std::to_string(jpeg->size()) +
-                    "\r\n\r\n";
-                return sink.write(head.data(), head.size()) && sink.write(jpeg->data(), jpeg->size()) &&
-                       sink.write("\r\n", 2);
+                return sink.write(part->data(), part->size());
             },
             [this](bool) { --streams_; });
     });

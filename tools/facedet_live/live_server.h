@@ -18,9 +18,9 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace httplib {
 class Server;
@@ -42,13 +42,15 @@ bool origin_allowed(const std::string &origin, const std::string &listenAddress,
 std::string control_command(const std::string &body);
 
 // The newest encoded picture, for any number of stream clients, each of which
-// waits for the next one. Thread-safe.
+// waits for the next one. Each picture is made into the stream's part once,
+// for every client. Thread-safe.
 class FrameBroadcaster {
   public:
-    void publish(std::shared_ptr<const std::string> jpeg);
-    // Waits up to `limit` for a picture newer than *seen; false when none
-    // came or the broadcaster is closed.
-    bool wait_newer(uint64_t *seen, std::shared_ptr<const std::string> *jpeg,
+    void publish(const std::vector<unsigned char> &jpeg);
+    // Waits up to `limit` for a part newer than *seen (the boundary, the
+    // headers and the picture); false when none came or the broadcaster is
+    // closed.
+    bool wait_newer(uint64_t *seen, std::shared_ptr<const std::string> *part,
                     std::chrono::milliseconds limit);
     // Wakes every client for good.
     void close();
@@ -89,8 +91,7 @@ class LiveServer {
     void add_routes();
 
     std::string listenAddress_;
-    int port_;  // the one bound; 0 asks for any free one
-    int requestedPort_;
+    int port_;  // the one asked for until bound (0: any free one), then the one bound
     ServerHooks hooks_;
     FrameBroadcaster &frames_;
     std::unique_ptr<httplib::Server> server_;

@@ -1,14 +1,11 @@
 #include "live_session.h"
 
-#include <sys/ipc.h>
-#include <sys/shm.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <cerrno>
+#include <algorithm>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -37,41 +34,31 @@ LiveSession::~LiveSession() {
 bool LiveSession::start(const SessionOptions &o, std::string *error) {
     // In TMPDIR when its path is short, else /tmp: socket paths must stay short.
     const char *tmp = getenv("TMPDIR");
-    std::string pattern = (tmp != nullptr && *tmp != '\0' && strlen(tmp) <= 48 ? std::string(tmp) : "/tmp") +
-                          "/facedet_live.XXXXXX";
-    std::vector<char> runtimeDir(pattern.begin(), pattern.end());
-    runtimeDir.push_back('\0');
-    if (mkdtemp(runtimeDir.data()) == nullptr) {
-        *error = std::string("cannot create a runtime folder: ") + std::strerror(errno);
+    const std::string base = tmp != nullptr && *tmp != '\0' && strlen(tmp) <= 48 ? tmp : "/tmp";
+    std::vector<std::string> unlinkedModels;  // the daemon's own line names a missing model
+    if (!make_run_folder(base + "/facedet_live.XXXXXX", 0x4c560000, 0xffff, &folder_, &unlinkedModels,
+                         error)) {
         return false;
     }
-    runtimeDir_ = runtimeDir.data();
-    // A key of our own: a camera process's segment is never touched.
-    shmKey_ = std::to_string(0x4c560000 + (getpid() & 0xffff));
-    std::error_code ignored;
-    for (const char *model : {"slim-320-quant-ADMM-50.mnn", "slim-320.onnx"}) {
-        fs::create_symlink(fs::path(FACEDET_SHARED_DIR) / "models" / model, fs::path(runtimeDir_) / model,
-                           ignored);
-    }
+    const std::string &runtimeDir = folder_.dir;
+    const std::string &shmKey = folder_.shmKey;
     try {
         sim_ = std::make_unique<ChildProcess>(
-            o.simBin, ChildProcess::Options{{"--runtime-dir", runtimeDir_, "--log", path("camera_sim.jsonl")},
+            o.simBin, ChildProcess::Options{{"--runtime-dir", runtimeDir, "--log", path("camera_sim.jsonl")},
                                             {},
                                             {},
-                                            runtimeDir_,
+                                            runtimeDir,
                                             path("camera_sim.out"),
                                             path("camera_sim.err")});
         eventually([&] { return fs::exists(path("featureCamera_addr.socket")) || sim_->poll(); },
                    std::chrono::seconds(5));
 
-        char cost[32];
-        snprintf(cost, sizeof cost, "%g", o.frameCostMs);
-        ChildProcess::Options daemon{{}, {}, {}, runtimeDir_, path("daemon.out"), path("daemon.err")};
-        daemon.env = {{"FACEDET_RUNTIME_DIR", runtimeDir_},
-                      {"FACEDET_SHM_KEY", shmKey_},
+        ChildProcess::Options daemon{{}, {}, {}, runtimeDir, path("daemon.out"), path("daemon.err")};
+        daemon.env = {{"FACEDET_RUNTIME_DIR", runtimeDir},
+                      {"FACEDET_SHM_KEY", shmKey},
                       {"FACEDET_SOURCE", o.source},
                       {"FACEDET_PACE", "realtime"},
-                      {"FACEDET_FRAME_COST_MS", cost},
+                      {"FACEDET_FRAME_COST_MS", frame_cost_text(o.frameCostMs)},
                       {"FACEDET_FRAME_LOG", path("frames.log")},
                       {"FACEDET_FRAME_TAP", path("frame_tap")}};
         daemon.unsetEnv = {"FACEDET_LOOP", "FACEDET_EXIT_AT_END", "FACEDET_FAULTS"};
@@ -90,9 +77,9 @@ bool LiveSession::start(const SessionOptions &o, std::string *error) {
             gamma_ = std::make_unique<ChildProcess>(
                 o.gammaBin,
                 ChildProcess::Options{{"--every", "30"},
-                                      {{"FACEDET_SHM_KEY", shmKey_}, {"FACEDET_RUNTIME_DIR", runtimeDir_}},
+                                      {{"FACEDET_SHM_KEY", shmKey}, {"FACEDET_RUNTIME_DIR", runtimeDir}},
                                       {},
-                                      runtimeDir_,
+                                      runtimeDir,
                                       path("gamma_peer.out"),
                                       path("gamma_peer.err")});
         }
@@ -131,23 +118,16 @@ void LiveSession::stop() {
             (*child)->signal(SIGTERM);
         }
     }
+    // One grace for them all, so that a stop takes no longer than the daemon's.
+    const auto until = std::chrono::steady_clock::now() + kStopGrace;
     for (auto *child : {&daemon_, &sim_, &gamma_}) {
         if (*child) {
-            (*child)->stop(kStopGrace);
+            (*child)->stop(
+                std::max(std::chrono::milliseconds(0), std::chrono::duration_cast<std::chrono::milliseconds>(
+                                                           until - std::chrono::steady_clock::now())));
         }
     }
-    if (!shmKey_.empty()) {
-        // The daemon leaves its segment behind, as on the camera; ours is private.
-        if (const int id = shmget(static_cast<key_t>(std::stol(shmKey_)), 0, 0); id >= 0) {
-            shmctl(id, IPC_RMID, nullptr);
-        }
-        shmKey_.clear();
-    }
-    if (!runtimeDir_.empty()) {
-        std::error_code ignored;
-        fs::remove_all(runtimeDir_, ignored);
-        runtimeDir_.clear();
-    }
+    remove_run_folder(&folder_);
 }
 
 }  // namespace live

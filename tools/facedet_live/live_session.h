@@ -13,6 +13,7 @@
 #include <string>
 
 #include "child_process.h"
+#include "run_folder.h"
 
 namespace live {
 
@@ -43,11 +44,10 @@ class LiveSession {
     // grace), removes the runtime folder and the segment. Within about 3 s.
     void stop();
 
-    std::string path(const char *name) const { return runtimeDir_ + "/" + name; }
+    std::string path(const char *name) const { return folder_.path(name); }
 
   private:
-    std::string runtimeDir_;
-    std::string shmKey_;
+    RunFolder folder_;
     std::unique_ptr<ChildProcess> sim_, daemon_, gamma_;
 };
 

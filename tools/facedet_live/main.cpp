@@ -7,12 +7,10 @@
  * a timeline of the last 30 s.
  */
 #include <signal.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <mutex>
 #include <sstream>
 #include <thread>
@@ -27,12 +25,6 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-volatile sig_atomic_t s_stop = 0;
-
-void on_signal(int) {
-    s_stop = 1;
-}
 
 struct Options {
     std::string source = "/dev/video0";
@@ -98,8 +90,7 @@ int main(int argc, char **argv) {
         return status;
     }
     setvbuf(stdout, nullptr, _IOLBF, 0);
-    tool_cli::stop_on_signals(on_signal);
-    signal(SIGPIPE, SIG_IGN);  // a browser that goes away is found by the failed write
+    tool_cli::stop_on_signals();
 
     std::mutex mu;  // guards the model: the main loop feeds it, the server reads it
     live::LiveModel model(o.source, o.frameCostMs);
@@ -116,12 +107,13 @@ int main(int argc, char **argv) {
         std::lock_guard<std::mutex> lk(mu);
         return model.timeline_json(seconds());
     };
+    // Empty when the daemon's control endpoint did not take the command.
     hooks.control = [&](const std::string &command) {
-        const bool sent = session.send_command(command);
-        std::lock_guard<std::mutex> lk(mu);
-        if (sent) {
-            model.command_sent(command);
+        if (!session.send_command(command)) {
+            return std::string();
         }
+        std::lock_guard<std::mutex> lk(mu);
+        model.command_sent(command);
         return model.status_json();
     };
     live::LiveServer server(o.listen, o.port, hooks, frames);
@@ -151,7 +143,7 @@ int main(int argc, char **argv) {
         [&] {
             return daemon.out().find("(QMT_Video_Stream_Start 2580)exec function pass") !=
                        std::string::npos ||
-                   daemon.poll() || s_stop;
+                   daemon.poll() || tool_cli::stop_requested();
         },
         std::chrono::seconds(10));
     if (daemon.poll()) {
@@ -159,6 +151,9 @@ int main(int argc, char **argv) {
         session.stop();
         return 1;
     }
+    // Set only now, so that the processes started keep the default: a
+    // browser that goes away is found by the failed write.
+    signal(SIGPIPE, SIG_IGN);
     server.start();
     printf("facedet_live: http://%s:%d/ (%s at the camera's pace, %g ms per analysed frame)\n",
            o.listen.c_str(), server.port(), o.source.c_str(), o.frameCostMs);
@@ -173,9 +168,16 @@ int main(int argc, char **argv) {
         simLog(session.path("camera_sim.jsonl"));
     live::LivePicture picture(session.path("frame_tap"), o.source);
     Clock::time_point lastPicture = Clock::now() - std::chrono::hours(1), lastSample = lastPicture;
-    while (!s_stop) {
+    while (!tool_cli::stop_requested()) {
         const Clock::time_point now = Clock::now();
-        bool draw = false;
+        // Every frame read, so that the one the daemon analysed is at hand;
+        // converted outside the lock the page's requests wait on.
+        const bool newer = picture.newer_frame();
+        // At most 15 pictures a second, so the daemon keeps its CPU; and
+        // once a second at least, so stream clients that left are noticed.
+        const auto since = now - lastPicture;
+        const bool draw =
+            (since >= std::chrono::milliseconds(66) && newer) || since >= std::chrono::seconds(1);
         replay::Overlay overlay;
         replay::SimState camera;
         uint64_t analysedSource = 0;
@@ -192,15 +194,11 @@ int main(int argc, char **argv) {
                 model.sample(seconds());
                 lastSample = now;
             }
-            // At most 15 pictures a second, so the daemon keeps its CPU; and
-            // once a second at least, so stream clients that left are noticed.
-            const auto since = now - lastPicture;
-            // Every frame read, so that the one the daemon analysed is at hand.
-            const bool newer = picture.newer_frame();
-            draw = (since >= std::chrono::milliseconds(66) && newer) || since >= std::chrono::seconds(1);
-            overlay = model.overlay();
-            camera = model.camera();
-            analysed = model.analysed_source(&analysedSource);
+            if (draw) {
+                overlay = model.overlay();
+                camera = model.camera();
+                analysed = model.analysed_source(&analysedSource);
+            }
         }
         if (draw) {
             frames.publish(picture.render(overlay, camera, analysed ? &analysedSource : nullptr));
