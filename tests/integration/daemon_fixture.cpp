@@ -31,6 +31,15 @@ std::string DaemonTest::raw_clip(int frames) {
     return path;
 }
 
+namespace {
+
+// Settings a test names itself when it wants them, never from its own environment.
+const std::vector<std::string> kTestSettings = {
+    "FACEDET_PACE",   "FACEDET_FRAME_COST_MS", "FACEDET_LOOP",   "FACEDET_EXIT_AT_END",
+    "FACEDET_FAULTS", "FACEDET_FRAME_LOG",     "FACEDET_RECORD", "FACEDET_RECORD_MAX_MB"};
+
+}  // namespace
+
 std::unique_ptr<ChildProcess> DaemonTest::start(const std::map<std::string, std::string> &extraEnv,
                                                 std::vector<std::string> args, bool withSource) {
     ChildProcess::Options options;
@@ -42,14 +51,40 @@ std::unique_ptr<ChildProcess> DaemonTest::start(const std::map<std::string, std:
     for (const auto &[name, value] : extraEnv) {
         options.env[name] = value;
     }
-    options.unsetEnv = {"FACEDET_PACE",        "FACEDET_FRAME_COST_MS", "FACEDET_LOOP",
-                        "FACEDET_EXIT_AT_END", "FACEDET_FAULTS",        "FACEDET_FRAME_LOG"};
+    options.unsetEnv = kTestSettings;
     if (!withSource) {
         options.unsetEnv.push_back("FACEDET_SOURCE");
     }
     options.workDir = dir_.path();
     link_models(dir_.path());
     return std::make_unique<ChildProcess>(FACEDET_BIN, options);
+}
+
+std::unique_ptr<ChildProcess> DaemonTest::start_camera_qemu(
+    const std::map<std::string, std::string> &extraEnv) {
+    ChildProcess::Options options;
+    options.env = daemon_env();
+    for (const auto &[name, value] : extraEnv) {
+        options.env[name] = value;
+    }
+    options.unsetEnv = kTestSettings;
+    options.workDir = dir_.path();  // for its output; the script runs it from its model folder
+    return std::make_unique<ChildProcess>(camera_qemu_script(), options);
+}
+
+std::string camera_qemu_script() {
+    const std::string script = FACEDET_CAMERA_QEMU;
+    if (script.empty() || !file_exists("/usr/bin/qemu-arm")) {
+        return "";
+    }
+    const std::string root = script.substr(0, script.rfind("/scripts/"));
+    for (const char *built : {"/build/arm/mi-sdk/lib/libmi_sys.so", "/build/camera-qemu/src/faceDet",
+                              "/build/camera-qemu/platform/recorder/libfacedet_recorder.so"}) {
+        if (!file_exists(root + built)) {
+            return "";
+        }
+    }
+    return script;
 }
 
 void link_models(const std::string &workDir) {

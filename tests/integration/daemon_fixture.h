@@ -26,10 +26,18 @@ class DaemonTest : public ::testing::Test {
     std::string raw_clip(int frames);
     std::unique_ptr<ChildProcess> start(const std::map<std::string, std::string> &extraEnv,
                                         std::vector<std::string> args = {}, bool withSource = true);
+    // The camera's own configuration instead (camera_qemu_script), with the
+    // same private runtime directory and key; extraEnv names its source.
+    std::unique_ptr<ChildProcess> start_camera_qemu(const std::map<std::string, std::string> &extraEnv);
 
     TempDir dir_;
     mutable std::vector<int> keys_;
 };
+
+// scripts/camera-qemu.sh, the camera build with its MI libraries loaded at run
+// time, under qemu; empty when qemu-arm or its builds are missing (the arm
+// preset's mi_sdk target, the camera-qemu preset) or in a sanitizer build.
+std::string camera_qemu_script();
 
 // Links the model files into a daemon's working directory.
 void link_models(const std::string &workDir);

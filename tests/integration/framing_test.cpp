@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "daemon_fixture.h"
+#include "recorded_run.h"
 #include "detector/inference_engine.h"
 #include "detector/nms.h"
 #include "detector/slim_face_detector.h"
@@ -272,6 +273,12 @@ class FramingRun : public DaemonTest {
             env["FACEDET_FRAME_COST_MS"] = frameCostMs_;
         }
         env[loop ? "FACEDET_LOOP" : "FACEDET_EXIT_AT_END"] = "1";
+        if (cameraQemu_) {
+            if (!record_.empty()) {
+                env["FACEDET_RECORD"] = record_;
+            }
+            return start_camera_qemu(env);
+        }
         if (armDaemon_.empty()) {
             return start(env);
         }
@@ -365,6 +372,8 @@ class FramingRun : public DaemonTest {
     std::string pace_ = "lockstep";
     std::string frameCostMs_;  // FACEDET_FRAME_COST_MS when not empty
     std::string armDaemon_;    // run this ARM faceDet under qemu instead of the host one
+    bool cameraQemu_ = false;  // run the camera's own configuration instead (camera_qemu_script)
+    std::string record_;       // FACEDET_RECORD when not empty (camera configuration only)
     scenario::Clip clip_;
     std::string clipPath_;
     std::string simLog_;
@@ -679,6 +688,63 @@ TEST_F(FramingRun, CameraBuildUnderQemuFindsAndSendsWhatThePcBuildDoes) {
             EXPECT_NEAR(boxes[0][i][v], boxes[1][i][v], v < 4 ? 2 : 0.05) << "box " << i << ", value " << v;
         }
     }
+}
+
+// The camera's own configuration (the camera build, its MI libraries loaded
+// at run time from the emulated SDK) runs under qemu with the flight recorder
+// preloaded: it finds the arm build's faces and sends its packets, and its
+// recording holds, in order, the control datagram, every frame it took as the
+// frame log has them, every packet camera_sim received and the replies.
+TEST_F(FramingRun, CameraConfigurationUnderQemuSendsWhatTheArmBuildDoesAndRecordsIt) {
+    const char *fromEnv = getenv("FACEDET_ARM_DAEMON");
+    const std::string arm = fromEnv != nullptr ? fromEnv : FACEDET_ARM_DAEMON_DEFAULT;
+    if (arm.empty() || !file_exists(arm) || camera_qemu_script().empty()) {
+        GTEST_SKIP() << "no ARM faceDet, camera-qemu build or qemu-arm (scripts/camera-qemu.sh builds them)";
+    }
+    engine_ = "mnn";
+    load("enter", 48);
+    armDaemon_ = arm;
+    run_clip();
+    const std::vector<std::string> armSent = received_packets(sim_log());
+    const std::vector<std::array<double, 5>> armBoxes = face_boxes(out_);
+    armDaemon_.clear();
+    cameraQemu_ = true;
+    record_ = dir_.file("recordings");
+    run_clip();
+    ASSERT_FALSE(HasFailure());
+    // The same ARM code on the same input, the MI calls now through shared libraries.
+    EXPECT_EQ(received_packets(sim_log()), armSent);
+    EXPECT_EQ(face_boxes(out_), armBoxes);
+    EXPECT_GT(armBoxes.size(), 20u);
+
+    using recording::Kind;
+    const RecordedRun rec = read_recorded_run(record_);
+    ASSERT_EQ(rec.error, "");
+    EXPECT_TRUE(rec.ended) << rec.summary;
+    // The writer, a frame behind at most while the daemon analyses, never drops here.
+    EXPECT_EQ(rec.dropped(), 0u);
+    const auto taken = frames_taken(read_file(frameLog_));
+    const auto frames = rec.of(Kind::Frame);
+    ASSERT_EQ(frames.size(), taken.size());
+    for (size_t i = 0; i < frames.size(); ++i) {
+        EXPECT_EQ(frames[i]->frame.pts, taken[i].second) << "frame record " << i;
+        const uint8_t *source = clip_.nv12.data() + taken[i].first * scenario::kClipFrameBytes;
+        EXPECT_TRUE(std::equal(frames[i]->bytes.begin(), frames[i]->bytes.end(), source)) << "frame " << i;
+    }
+    EXPECT_EQ(rec.bytes_of(Kind::CameraPacket), sim_bytes(sim_log(), "rx"));
+    for (const recording::Record *packet : rec.of(Kind::CameraPacket)) {
+        EXPECT_EQ(packet->datagram.result, static_cast<int>(packet->datagram.length));
+    }
+    // Replies still on their way when the daemon ended are not the daemon's.
+    const std::vector<std::string> replies = rec.bytes_of(Kind::CameraReply),
+                                   answered = sim_bytes(sim_log(), "tx");
+    ASSERT_FALSE(replies.empty());
+    ASSERT_LE(replies.size(), answered.size());
+    EXPECT_TRUE(std::equal(replies.begin(), replies.end(), answered.begin()));
+    const auto control = rec.of(Kind::Control);
+    ASSERT_EQ(control.size(), 1u);
+    EXPECT_EQ(control[0]->bytes, (std::vector<uint8_t>{1, 1}));
+    EXPECT_LT(control[0]->index, frames[0]->index);
 }
 
 // At the camera's pace each analysed frame costs the camera 200 ms: after the
