@@ -1,6 +1,7 @@
 # What goes onto a camera, and the package that carries it there.
 #
 #   bin/faceDet, bin/facedet_ctl, bin/shm_track_test
+#   lib/libfacedet_recorder.so        the flight recorder, preloaded when FACEDET_RECORD is set
 #   lib/libMNN.so                     when the daemon links the shared MNN
 #   share/faceDet/                    the model (the daemon's working directory), VERSION
 #   etc/init.d/S95facedet             BusyBox/SysV start-up script with supervision
@@ -24,6 +25,7 @@ endif()
 set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
 
 install(TARGETS faceDet facedet_ctl shm_track_test RUNTIME DESTINATION bin)
+install(TARGETS facedet_recorder LIBRARY DESTINATION lib)
 set_target_properties(faceDet PROPERTIES INSTALL_RPATH "$ORIGIN/../lib")
 # The detector's imported MNN target is visible only in its own folder; the
 # engine list and MNN_ROOT it leaves in the cache say the same.

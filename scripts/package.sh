@@ -16,6 +16,6 @@ case $preset in
         ;;
 esac
 cmake --preset "$preset" >/dev/null
-cmake --build --preset "$preset" -j "${JOBS:-$(nproc)}" --target faceDet facedet_ctl shm_track_test
+cmake --build --preset "$preset" -j "${JOBS:-$(nproc)}" --target faceDet facedet_ctl shm_track_test facedet_recorder
 cpack --config "build/$preset/CPackConfig.cmake" >/dev/null
 ls "$PWD/build/$preset/package/"faceDet-*.tar.gz

@@ -107,6 +107,14 @@ host_tests() {
     expect "a hung daemon gets SIGKILL" has "pid $hung) did not stop within 3 s: SIGKILL"
     expect "the hung daemon is gone" gone "$hung"
 
+    # With FACEDET_RECORD the script preloads the flight recorder, which makes
+    # its recording in a folder of its own.
+    write_env "FACEDET_RECORD=$tmp/rec"
+    sh "$init" start >/dev/null
+    expect "the recorder rides in the daemon" wait_for 10 has "faceDet recorder: recording into $tmp/rec/"
+    sh "$init" stop >/dev/null
+    expect "a recording was made" eval "test -s $tmp/rec/*/recording.fdr"
+
     # Status 255 (the stream cannot start) is retried after 1, 2, 4 s.
     : >"$log"
     write_env "FACEDET_SOURCE=$tmp/missing.nv12"
@@ -119,10 +127,11 @@ host_tests() {
     # The unit, pointed at the staged install: the keys its behaviour rests on, and systemd's own check.
     unit=$tmp/facedet.service
     sed "s#/opt/faceDet#$stage#g" "$stage/lib/systemd/system/facedet.service" >"$unit"
-    for k in "WorkingDirectory=$stage/share/faceDet" "ExecStart=$stage/bin/faceDet" Restart=on-failure \
+    for k in "WorkingDirectory=$stage/share/faceDet" Restart=on-failure \
         KillSignal=SIGTERM TimeoutStopSec=15 RestartSec=20 StartLimitBurst=10; do
         expect "unit has $k" grep -qx -- "$k" "$unit"
     done
+    expect "the unit's ExecStart ends in faceDet" grep -q "^ExecStart=.*; exec $stage/bin/faceDet'$" "$unit"
     expect "the unit's working directory holds the model" [ -r "$stage/share/faceDet/slim-320-quant-ADMM-50.mnn" ]
     if command -v systemd-analyze >/dev/null; then
         out=$(systemd-analyze verify "$unit" 2>&1)
