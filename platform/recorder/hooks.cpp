@@ -101,7 +101,7 @@ RECORDER_EXPORT MI_S32 MI_SYS_ChnOutputPortGetBuf(MI_SYS_ChnPort_t *pstChnPort, 
     static std::atomic<void *> cache;
     const Fn real = next_definition<Fn>("MI_SYS_ChnOutputPortGetBuf", cache);
     if (real == nullptr) {
-        return MI_SYS_ERR(E_MI_ERR_NOT_INIT);
+        return -1;  // no MI library in this process: nothing could have called it
     }
     const MI_S32 result = real(pstChnPort, pstBufInfo, phHandle);
     const MI_SYS_FrameData_t *frame = pstBufInfo != nullptr ? &pstBufInfo->stFrameData : nullptr;
