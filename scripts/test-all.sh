@@ -10,10 +10,13 @@ cd "$(dirname "$0")/.."
 scripts/install-deps.sh test
 
 jobs=$(nproc)
-# The camera build's daemon first: the release suite runs it under qemu
-# against the PC build on the same clip.
+# The camera build's daemon first, and the camera's own configuration against
+# the arm preset's emulated SDK with the flight recorder: the release suite
+# runs them under qemu against the PC build on the same clip.
 cmake --preset arm >/dev/null
-cmake --build --preset arm -j "$jobs" --target faceDet
+cmake --build --preset arm -j "$jobs" --target faceDet mi_sdk
+cmake --preset camera-qemu >/dev/null
+cmake --build --preset camera-qemu -j "$jobs" --target faceDet facedet_recorder
 for preset in release asan tsan arm; do
   echo "=== $preset ==="
   cmake --preset "$preset" >/dev/null
