@@ -18,6 +18,7 @@
 #include <pthread.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 
@@ -75,10 +76,12 @@ ssize_t receive(int fd, void *buffer, size_t size, int flags, sockaddr *from, so
     socklen_t ownLength = sizeof own;
     sockaddr *sender = from != nullptr && fromLength != nullptr ? from : reinterpret_cast<sockaddr *>(&own);
     socklen_t *senderLength = from != nullptr && fromLength != nullptr ? fromLength : &ownLength;
+    const socklen_t room = *senderLength;
     const ssize_t result = real(sender, senderLength);
     const int error = errno;
     if (result >= 0 && (flags & MSG_PEEK) == 0) {
-        received(fd, buffer, size, result, sender, *senderLength);
+        // The kernel says how long the address was, even when it had to cut it.
+        received(fd, buffer, size, result, sender, std::min(room, *senderLength));
     }
     errno = error;
     return result;

@@ -58,6 +58,10 @@ std::unique_ptr<Reader> Reader::open(const std::string &path, const FrameGeometr
 
 std::unique_ptr<Reader> Reader::open_stream(std::FILE *stream, const std::string &name,
                                             const FrameGeometry &frame, std::string *error) {
+    if (stream == nullptr) {
+        *error = name + ": cannot open";
+        return nullptr;
+    }
     std::unique_ptr<Reader> reader(new Reader(stream, name));
     uint8_t bytes[kFileHeaderBytes];
     const size_t got = fread(bytes, 1, sizeof bytes, stream);

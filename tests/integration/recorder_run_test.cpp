@@ -8,7 +8,6 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <regex>
 #include <sstream>
 
 #include "daemon_fixture.h"
@@ -27,9 +26,9 @@ struct DaemonRun {
 // The result of every send to the camera, in order, as the daemon prints it.
 std::vector<int> send_results(const std::string &out) {
     std::vector<int> results;
-    const std::regex ret("ret == (-?[0-9]+)");
-    for (std::sregex_iterator m(out.begin(), out.end(), ret), end; m != end; ++m) {
-        results.push_back(std::stoi((*m)[1]));
+    const std::string key = "ret == ";
+    for (size_t at = out.find(key); at != std::string::npos; at = out.find(key, at + 1)) {
+        results.push_back(atoi(out.c_str() + at + key.size()));
     }
     return results;
 }
