@@ -10,6 +10,10 @@
 #   - the network's share: the same daemon with FACEDET_ENGINE=none runs
 #     everything but the network;
 #   - the daemon's resident memory inside the guest's address space;
+#   - the flight recorder's cost: the camera's own configuration (preset
+#     camera-qemu, scripts/camera-qemu.sh, where the recorder sees the frames)
+#     per analysed frame and its resident memory, with FACEDET_RECORD and
+#     without, as a ratio;
 #   - the network alone on 1, 2 and 4 MNN threads (bench/engine_runs.cpp),
 #     repeated, as ratios against 1 thread of the same repetition.
 #
@@ -19,7 +23,8 @@
 # CAMERA_COST_VIDEO (default the talking-head sample), CAMERA_COST_IPC
 # (instructions per cycle for the time estimates, default 0.5; see
 # docs/BENCHMARKS.md, "On the camera"), QEMU_ARM (default qemu-arm). Builds what it needs first: release (camera_sim, facedet_ctl,
-# scenario_clip, the plugin) and arm (faceDet, engine_runs); build logs go to
+# scenario_clip, the plugin), arm (faceDet, engine_runs, the SDK mi_sdk) and
+# camera-qemu (faceDet, the recorder); build logs go to
 # build/<preset>/camera_cost-build.log.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -92,7 +97,8 @@ build() {  # build PRESET TARGET...
         fail "the $preset build failed (log: ${log#"$root"/})"
 }
 build release camera_sim facedet_ctl scenario_clip qemu_insn_count
-build arm faceDet engine_runs
+build arm faceDet engine_runs mi_sdk
+build camera-qemu faceDet facedet_recorder
 host=$root/build/release
 arm=$root/build/arm
 plugin=$host/bench/libqemu_insn_count.so
@@ -151,11 +157,13 @@ sample_rss() {  # sample_rss PID PAGELOG OUT: the largest sample, every 0.5 s
 
 # ---- one daemon run ----
 run_index=0
-# run_daemon NAME CLIP run|stop ENGINE: sets result to "INSTRUCTIONS FRAMES_TAKEN". Not
-# called in a subshell: the pids it starts must stay known to cleanup.
+# run_daemon NAME CLIP run|stop ENGINE [arm|camera|recorded]: sets result to
+# "INSTRUCTIONS FRAMES_TAKEN". arm (the default) is the arm preset's faceDet,
+# camera the camera's own configuration, recorded the same with the flight
+# recorder. Not called in a subshell: the pids it starts must stay known to cleanup.
 result=
 run_daemon() {
-    local name=$1 clip=$2 control=$3 engine=$4 dir=$tmp/$1 key status analysed
+    local name=$1 clip=$2 control=$3 engine=$4 program=${5:-arm} dir=$tmp/$1 key status analysed
     run_index=$((run_index + 1))
     key=$((0x43430000 + ($$ % 4096) * 16 + run_index))
     keys+=("$key")
@@ -164,10 +172,18 @@ run_daemon() {
     "$host/tools/camera_sim/camera_sim" --runtime-dir "$dir" --log "$dir/camera_sim.jsonl" \
         >"$dir/camera_sim.out" 2>&1 &
     sim=$!
-    (cd "$dir" && FACEDET_RUNTIME_DIR=$dir FACEDET_SHM_KEY=$key FACEDET_SOURCE=$clip FACEDET_PACE=lockstep \
-        FACEDET_EXIT_AT_END=1 FACEDET_FRAME_LOG=$dir/frames.log FACEDET_ENGINE=$engine \
-        exec "$qemu" -L "$sysroot" -d page -D "$dir/page.log" -plugin "$(count_args "$dir/insns")" \
-        "$arm/src/faceDet" >"$dir/faceDet.log" 2>&1) &
+    local qemu_args=(-d page -D "$dir/page.log" -plugin "$(count_args "$dir/insns")") record=
+    [ "$program" = recorded ] && record=$dir/recordings
+    (
+        cd "$dir"
+        export FACEDET_RUNTIME_DIR=$dir FACEDET_SHM_KEY=$key FACEDET_SOURCE=$clip FACEDET_PACE=lockstep \
+            FACEDET_EXIT_AT_END=1 FACEDET_FRAME_LOG=$dir/frames.log FACEDET_ENGINE=$engine
+        if [ "$program" = arm ]; then
+            exec "$qemu" -L "$sysroot" "${qemu_args[@]}" "$arm/src/faceDet"
+        fi
+        [ -n "$record" ] && export FACEDET_RECORD=$record
+        QEMU_ARM=$qemu CAMERA_QEMU_ARGS="${qemu_args[*]}" exec "$root/scripts/camera-qemu.sh"
+    ) >"$dir/faceDet.log" 2>&1 &
     daemon=$!
     sample_rss "$daemon" "$dir/page.log" "$dir/rss" &
     sampler=$!
@@ -197,6 +213,11 @@ run_daemon() {
     [ -s "$dir/insns" ] || fail "$name: the plugin wrote no count"
     local frames
     frames=$(grep -c ' taken ' "$dir/frames.log" || true)
+    if [ -n "$record" ]; then
+        # Every frame recorded, none dropped: the count holds the whole recording's work.
+        grep -q "^faceDet recorder: recording into $record/" "$dir/faceDet.log" || fail "$name: nothing recorded"
+        ! grep -q '^faceDet recorder: dropping' "$dir/faceDet.log" || fail "$name: the recorder dropped records"
+    fi
     if [ "$control" = run ]; then
         grep -q 'MsgBuf\[0\]=1 , MsgBuf\[1\]=1 ' "$dir/faceDet.log" || fail "$name: auto framing did not start"
         # One "invoke time" line per analysed frame, with or without a network:
@@ -217,11 +238,12 @@ per_frame() {
 
 load_before=$(cut -d' ' -f1-3 /proc/loadavg)
 declare -A count
-for mode in analysed:run:mnn none:run:none stopped:stop:mnn; do
-    IFS=: read -r name control engine <<<"$mode"
+for mode in analysed:run:mnn:arm none:run:none:arm stopped:stop:mnn:arm camera:run:mnn:camera \
+    recorded:run:mnn:recorded; do
+    IFS=: read -r name control engine program <<<"$mode"
     for len in short long; do
-        say "faceDet under qemu: $name ($control, engine $engine), ${!len} frames"
-        run_daemon "$name-$len" "$tmp/$len.nv12" "$control" "$engine"
+        say "faceDet under qemu: $name ($control, engine $engine, $program), ${!len} frames"
+        run_daemon "$name-$len" "$tmp/$len.nv12" "$control" "$engine" "$program"
         count[$name.$len]=$result
     done
 done
@@ -229,6 +251,10 @@ rss_kib=$(cat "$tmp/analysed-long/rss" 2>/dev/null || true)
 analysed=$(per_frame "${count[analysed.short]}" "${count[analysed.long]}")
 no_network=$(per_frame "${count[none.short]}" "${count[none.long]}")
 stopped=$(per_frame "${count[stopped.short]}" "${count[stopped.long]}")
+camera=$(per_frame "${count[camera.short]}" "${count[camera.long]}")
+recorded=$(per_frame "${count[recorded.short]}" "${count[recorded.long]}")
+camera_rss_kib=$(cat "$tmp/camera-long/rss" 2>/dev/null || true)
+recorded_rss_kib=$(cat "$tmp/recorded-long/rss" 2>/dev/null || true)
 
 # ---- the network alone on 1, 2 and 4 threads ----
 # qemu-user runs each guest thread as a host thread, so MNN's workers really
@@ -279,6 +305,13 @@ awk -v k="$rss_kib" 'BEGIN {
     printf "%-58s ", "daemon RSS in the guest address space (peak, analysing):"
     if (k == "") print "not measured (qemu -d page logged no guest address space)"
     else printf "%.1f MiB (%d KiB)\n", k / 1024, k }'
+awk -v c="$camera" -v r="$recorded" -v a="$analysed" -v ck="$camera_rss_kib" -v rk="$recorded_rss_kib" 'BEGIN {
+    printf "%-58s %.2f M (x %.4f the arm build)\n", "camera configuration (camera-qemu), per analysed frame:", c / 1e6, c / a
+    printf "%-58s %.2f M, x %.4f: %+.2f %% (%+.0f instructions)\n", "  with the flight recorder:", r / 1e6, r / c,
+           100 * (r - c) / c, r - c
+    if (ck == "" || rk == "") print "  resident memory: not measured"
+    else printf "  resident memory (peak, analysing): %.1f MiB (%d KiB) without, %.1f MiB (%d KiB) with: %+.2f MiB (%+d KiB)\n",
+                ck / 1024, ck, rk / 1024, rk, (rk - ck) / 1024, rk - ck }'
 echo "the network alone (engine_runs), instructions per inference, x 1 thread of the same repetition:"
 for r in $(seq "$repeats"); do
     awk -v r="$r" -v one="${per_inference[$r.1.all]}" -v two="${per_inference[$r.2.all]}" \
