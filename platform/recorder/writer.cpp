@@ -57,30 +57,41 @@ class Writer {
     uint32_t pending() const { return r_.pendingFrames.load() + r_.pendingDatagrams.load(); }
 
     void handle(Event &e) {
+        char why[256] = "the recording has stopped";
         if (e.droppedFrames + e.droppedDatagrams > 0) {
             report_dropped(e.droppedFrames + e.droppedDatagrams, kBehind);
-            write_dropped(e.droppedFrames, e.droppedDatagrams, e.timeUs, false);
+            if (!(recording_ && write_dropped(e.droppedFrames, e.droppedDatagrams, e.timeUs, false, why))) {
+                stop(e.droppedFrames, e.droppedDatagrams, why);
+            }
         }
-        char why[256] = "the recording has stopped";
         const bool kept = recording_ && write_event(e, why, sizeof why);
         if (e.kind == Kind::Frame) {
             r_.slots.give(e.slot);
         }
-        char line[256];
-        if (kept) {
-            if (pending() == 0 && report_.written(line, sizeof line)) {
-                say("%s", line);
-            }
+        if (!kept) {
+            stop(e.kind == Kind::Frame ? 1 : 0, e.kind == Kind::Frame ? 0 : 1, why);
+            report_dropped(1, why);
             return;
         }
-        // Whatever stopped this record stops the recording: a full disk or
-        // the size limit would drop every frame after it anyway. From here on
-        // the daemon's threads only count what they would have queued.
-        ++(e.kind == Kind::Frame ? unwrittenFrames_ : unwrittenDatagrams_);
-        recording_ = false;
-        int running = kRecording;
-        r_.state.compare_exchange_strong(running, kStopped);
-        report_dropped(1, why);
+        char line[256];
+        if (pending() == 0 && report_.written(line, sizeof line)) {
+            say("%s", line);
+        }
+    }
+
+    // Whatever stopped a record stops the recording: a full disk or the size
+    // limit would drop every frame after it anyway. From here on the daemon's
+    // threads only count what they would have queued, and what the writer
+    // could not write goes into the last Dropped record.
+    void stop(uint32_t frames, uint32_t datagrams, const char *why) {
+        unwrittenFrames_ += frames;
+        unwrittenDatagrams_ += datagrams;
+        if (recording_) {
+            recording_ = false;
+            int running = kRecording;
+            r_.state.compare_exchange_strong(running, kStopped);
+            report_dropped(0, why);
+        }
     }
 
     void report_dropped(uint64_t count, const char *why) {
@@ -110,13 +121,11 @@ class Writer {
         return appended(file_.append(parts, 3, false, why, whySize));
     }
 
-    void write_dropped(uint32_t frames, uint32_t datagrams, uint64_t timeUs, bool overLimit) {
-        if (!recording_ && !overLimit) {
-            return;
-        }
+    bool write_dropped(uint32_t frames, uint32_t datagrams, uint64_t timeUs, bool overLimit,
+                       char *why = nullptr) {
         uint8_t fields[recording::kDroppedFieldBytes];
         recording::encode_dropped_fields({frames, datagrams}, fields);
-        write_small(Kind::Dropped, timeUs, fields, sizeof fields, nullptr, 0, overLimit);
+        return write_small(Kind::Dropped, timeUs, fields, sizeof fields, nullptr, 0, overLimit, why, 256);
     }
 
     bool write_small(Kind kind, uint64_t timeUs, const uint8_t *fields, size_t fieldBytes,
@@ -140,9 +149,10 @@ class Writer {
     Recorder &r_;
     RecordingFile &file_;
     DropReport report_;
-    uint64_t index_ = 0;                                     // of the next record
-    bool recording_ = true;                                  // false once a record could not be written
-    uint32_t unwrittenFrames_ = 0, unwrittenDatagrams_ = 0;  // since then
+    uint64_t index_ = 0;     // of the next record
+    bool recording_ = true;  // false once a record could not be written
+    uint32_t unwrittenFrames_ = 0,
+             unwrittenDatagrams_ = 0;  // dropped here: the last Dropped record holds them
 };
 
 // Waits for events, at most until a second from now (the sync's pace).
