@@ -7,16 +7,6 @@
 FACEDET_CONSTRUCT_FACE_DETECTOR SlimFaceDetector g_faceDetector("./slim-320-quant-ADMM-50.mnn", 480, 320, 4,
                                                                 -1, 0.65f, 0.3f);
 
-FaceResult face_result_from_box(const FaceBox &box) {
-    FaceResult r;
-    r.x1 = static_cast<int32_t>(box.x1);
-    r.y1 = static_cast<int32_t>(box.y1);
-    r.x2 = static_cast<int32_t>(box.x2);
-    r.y2 = static_cast<int32_t>(box.y2);
-    r.score = box.score;
-    return r;
-}
-
 std::vector<FaceResult> FaceDet_Detect(const uint8_t *image, int32_t width, int32_t height) {
     std::vector<FaceBox> faces;
     g_faceDetector.detect(image, width, height, faces);

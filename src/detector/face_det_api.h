@@ -8,17 +8,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "detector/face_box.h"
+#include "detector/face_result.h"
 #include "detector/slim_face_detector.h"
-
-// One detected face in pixels of the analysed frame.
-typedef struct {
-    int32_t x1;
-    int32_t y1;
-    int32_t x2;
-    int32_t y2;
-    float score;  // 0..1
-} FaceResult;
 
 // Built before main from "./slim-320-quant-ADMM-50.mnn" in the working
 // directory, for 480x320 input that follows the frames' size; used by the
@@ -31,9 +22,5 @@ std::vector<FaceResult> FaceDet_Detect(const uint8_t *image, int32_t width, int3
 
 // The algorithm version, "FDTUM_1.0.0". Any thread.
 const char *FaceDet_GetVersion();
-
-// Coordinates truncated toward zero, as a float-to-int conversion does
-// (415.6 becomes 415, never 416); the score is copied.
-FaceResult face_result_from_box(const FaceBox &box);
 
 #endif

@@ -6,9 +6,10 @@
 #ifndef FACEDET_BOX_FILTER_H
 #define FACEDET_BOX_FILTER_H
 
+#include <cstddef>
 #include <vector>
 
-#include "detector/face_det_api.h"
+#include "detector/face_result.h"
 #include "faceDet/rect.h"
 #include "faceDet/target_selection.h"
 

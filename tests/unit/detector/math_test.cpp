@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "detector/box_decoding.h"
+#include "detector/face_result.h"
 #include "detector/nms.h"
 #include "detector/priors.h"
 
@@ -122,6 +123,15 @@ TEST(Decoding, ThresholdIsStrictAndCandidatesKeepPriorOrderInImagePixels) {
         EXPECT_NEAR(out[2].x2, moved[2], 1e-3 * w);
         EXPECT_NEAR(out[2].y2, moved[3], 1e-3 * h);
     }
+}
+
+// The frame loop's integer faces: corners toward zero, as a float-to-int
+// conversion does, never rounded; a unit of its own, so this test builds no detector.
+TEST(FaceResults, CornersAreTruncatedTowardZeroAndTheScoreCopied) {
+    const FaceResult r = face_result_from_box(FaceBox{10.9f, 0.999f, 415.6f, 233.5f, 0.875f});
+    EXPECT_EQ((std::vector<int>{r.x1, r.y1, r.x2, r.y2}), (std::vector<int>{10, 0, 415, 233}));
+    EXPECT_EQ(r.score, 0.875f);
+    EXPECT_EQ(face_result_from_box(FaceBox{-0.9f, -1.5f, 1.0f, 2.0f, 0.5f}).y1, -1);
 }
 
 TEST(Suppression, MergesOnlyAboveTheThresholdIdenticalAndTouchingBoxesIncluded) {
