@@ -147,19 +147,13 @@ struct FrameLists {
 
 // Hands the decided framing to camera control: the record first, then the move.
 void start_move() {
-    memcpy(g_objectData.field, tempObjectData, sizeof g_objectData.field);
+    g_objectData = tempObjectData;
     visca_move_to_object();
 }
 
 // Auto framing switched off: the camera goes to the full view every pass.
 void send_full_view() {
-    prev_width = 0;
-    prev_x = 0;
-    prev_y = 0;
-    tempObjectData[kObjectPanPoint] = 0;
-    tempObjectData[kObjectTiltPoint] = 0;
-    tempObjectData[kObjectField5] = 0;
-    tempObjectData[kObjectZoomPoint] = 1920;
+    set_full_view_target(g_framing);
     start_move();
     FD_LOG(LOG_INFO, "\n\n\nstop Auto_Frame detect!\n\n\n");
     usleep(100000);

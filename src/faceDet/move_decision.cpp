@@ -33,7 +33,7 @@ uint8_t &changeFlag = g_framing.changeFlag;
 uint8_t &stopCountNumFlag = g_framing.stopCountNumFlag;
 uint8_t &moveCountNumFlag = g_framing.moveCountNumFlag;
 int32_t &noObjNumCount = g_framing.noObjNumCount;
-int32_t (&tempObjectData)[kObjectDataFields] = g_framing.tempObjectData;
+ObjectData_t &tempObjectData = g_framing.tempObjectData;
 
 namespace {
 

@@ -20,13 +20,7 @@
 
 #include "faceDet/rect.h"
 #include "faceDet/target_selection.h"
-
-// The object-data record handed to camera control: twelve 32-bit fields.
-constexpr int kObjectDataFields = 12;
-constexpr int kObjectPanPoint = 1;   // framing centre x - 960, positive to the right
-constexpr int kObjectTiltPoint = 2;  // 540 - framing centre y, positive upward
-constexpr int kObjectZoomPoint = 3;  // framing width, unclamped
-constexpr int kObjectField5 = 5;     // cleared by the full-view reset
+#include "visca/object_data.h"
 
 // What the frame loop must do after a step.
 enum class MoveRequest {
@@ -52,7 +46,7 @@ struct MoveDecisionState {
     uint8_t stopCountNumFlag = 0;  // counting a medium difference under the at-rest limits
     uint8_t moveCountNumFlag = 0;  // counting a medium difference under the after-move limits
     int32_t noObjNumCount = 0;     // face-less frames in a row
-    int32_t tempObjectData[kObjectDataFields] = {};
+    ObjectData_t tempObjectData = {};
 };
 
 // The daemon's one decision state, and its fields under their own names (the
@@ -70,7 +64,7 @@ extern int32_t &countNum_t_t, &countNum_t_b;
 extern uint8_t &change_z, &change_p, &change_t;
 extern uint8_t &changeFlag, &stopCountNumFlag, &moveCountNumFlag;
 extern int32_t &noObjNumCount;
-extern int32_t (&tempObjectData)[kObjectDataFields];
+extern ObjectData_t &tempObjectData;
 
 // Decides whether the camera moves to framing (centre form): 1 move, 0 stay.
 // The frame path passes mode 1; any other mode returns 0 and touches nothing.

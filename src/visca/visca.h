@@ -10,19 +10,11 @@
 #include <atomic>
 #include <cstdint>
 
+#include "visca/object_data.h"
 #include "visca/visca_codec.h"
 
-// The object-data record: twelve fields, numbered as the array is. Written
-// whole by the move decision and read by the move operations, both on the
-// frame thread.
-struct ObjectData_t {
-    int32_t field[12];
-};
-enum : int {
-    kObjectPan = 1,   // pan point, 1920x1080 space, positive to the right
-    kObjectTilt = 2,  // tilt point, positive upward
-    kObjectZoom = 3,  // zoom point (framing width)
-};
+// The record the move operations send, stored whole by the frame thread
+// before each move; read on the frame thread only.
 extern ObjectData_t g_objectData;
 
 // The reply slot. The receive thread fills it when the flag is 0 and then sets

@@ -58,15 +58,15 @@ int visca_move_home() {
 }
 
 int visca_move_to_object() {
-    visca_zoom_to(g_objectData.field[kObjectZoom]);
-    return send_pan_tilt(kPanSpeed, kTiltSpeed, g_objectData.field[kObjectPan],
-                         g_objectData.field[kObjectTilt]);
+    visca_zoom_to(g_objectData[kObjectZoomPoint]);
+    return send_pan_tilt(kPanSpeed, kTiltSpeed, g_objectData[kObjectPanPoint],
+                         g_objectData[kObjectTiltPoint]);
 }
 
 int visca_move_to_object_at_speed(int hSpeed, int vSpeed) {
-    visca_zoom_to(g_objectData.field[kObjectZoom]);
+    visca_zoom_to(g_objectData[kObjectZoomPoint]);
     printf("\n\n\n ******** hSpeed=%d, vSpeed=%d, ********\n\n\n", hSpeed, vSpeed);
-    return send_pan_tilt(hSpeed, vSpeed, g_objectData.field[kObjectPan], g_objectData.field[kObjectTilt]);
+    return send_pan_tilt(hSpeed, vSpeed, g_objectData[kObjectPanPoint], g_objectData[kObjectTiltPoint]);
 }
 
 int visca_pan_tilt_drive(int32_t panSpeed, int32_t tiltSpeed, int32_t panDirection, int32_t tiltDirection) {

@@ -79,9 +79,9 @@ TEST(CameraSim, MovesAtTheCommandedSpeedsAndAnswersWithItsPosition) {
     EXPECT_EQ(g_zoomPosition.load(), 1920);  // starts at the full view
 
     g_objectData = {};
-    g_objectData.field[kObjectPan] = 300;
-    g_objectData.field[kObjectTilt] = -120;
-    g_objectData.field[kObjectZoom] = 960;
+    g_objectData[kObjectPanPoint] = 300;
+    g_objectData[kObjectTiltPoint] = -120;
+    g_objectData[kObjectZoomPoint] = 960;
     const auto sent = std::chrono::steady_clock::now();
     visca_move_to_object_at_speed(5, 2);  // 300 px/s and 120 px/s: both take a second
     int32_t pan = 0, tilt = 0;
@@ -141,9 +141,9 @@ TEST(CameraSim, EveryCommandAndMoveReachesTheCameraByteForByte) {
     EXPECT_EQ(send_command(1, 2, args), 0);  // no channel 1: nothing
     // Moves send the zoom, then the pan and tilt.
     g_objectData = {};
-    g_objectData.field[kObjectPan] = -200;
-    g_objectData.field[kObjectTilt] = 120;
-    g_objectData.field[kObjectZoom] = 960;
+    g_objectData[kObjectPanPoint] = -200;
+    g_objectData[kObjectTiltPoint] = 120;
+    g_objectData[kObjectZoomPoint] = 960;
     visca_move_to_object();
     visca_move_to_object_at_speed(7, 3);
     visca_move_home();
