@@ -8,6 +8,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -27,7 +28,10 @@ void install_exit_handler(int sig) {
     action.sa_handler = HandleExitSig;
     sigemptyset(&action.sa_mask);
     action.sa_flags = SA_RESTART;  // what plain signal() gives
-    sigaction(sig, &action, nullptr);
+    if (sigaction(sig, &action, nullptr) != 0) {
+        // The daemon runs on, but this signal no longer stops it in order.
+        fprintf(stderr, "faceDet: sigaction(%d): %s\n", sig, strerror(errno));
+    }
 }
 
 // The frame thread publishes its record within the 100 ms that stream start

@@ -5,6 +5,7 @@
 #include <sys/select.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -45,9 +46,16 @@ int detect_camera_udp_init() {
     if (fd < 0) {
         return -1;
     }
+    // No meaning for a local socket, so a failure loses nothing.
     int on = 1;
     setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL, 0) | O_NONBLOCK);
+    // Every receive passes MSG_DONTWAIT, so a blocking socket still never
+    // blocks; but failed flags must never be written back as flags.
+    const int flags = fcntl(fd, F_GETFL, 0);
+    if (flags < 0 || fcntl(fd, F_SETFL, flags | O_NONBLOCK) != 0) {
+        TRACE_AT(kNetTraceSource, __LINE__, "detect_camera_udp_init", "fcntl(O_NONBLOCK): %s\n",
+                 strerror(errno));
+    }
 
     net_set_path(state.controlAddr, sin_path);
     // A socket file left by an earlier run would make the bind fail.

@@ -24,9 +24,17 @@ namespace {
 // after its first dropped packet.
 constexpr int kCameraSendWaitMs = 20;
 
-void set_send_time_limit(int fd) {
+// Without the limit a send into a full queue would block the frame loop for
+// as long as the camera does not read; the socket then never waits at all.
+void set_send_time_limit(NetState &state, int fd) {
     struct timeval limit = {0, kCameraSendWaitMs * 1000};
-    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+    const bool limited = setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) == 0;
+    state.sendsNeverWait = !limited;
+    if (!limited) {
+        TRACE_AT(kNetTraceSource, __LINE__, "featureCamera_udp_init",
+                 "setsockopt(SO_SNDTIMEO): %s; sends to the camera will not wait for room\n",
+                 strerror(errno));
+    }
 }
 
 // Ends the VISCA receive thread after it gave up its socket.
@@ -60,8 +68,12 @@ int featureCamera_udp_init() {
     sockaddr_un unnamed;
     memset(&unnamed, 0, sizeof unnamed);
     unnamed.sun_family = AF_UNIX;
-    bind(fd, reinterpret_cast<const sockaddr *>(&unnamed), sizeof(sa_family_t));
-    set_send_time_limit(fd);
+    if (bind(fd, reinterpret_cast<const sockaddr *>(&unnamed), sizeof(sa_family_t)) != 0) {
+        // Packets still go out; only the camera's replies have nowhere to come back to.
+        TRACE_AT(kNetTraceSource, __LINE__, "featureCamera_udp_init",
+                 "bind (autobind): %s; the camera's replies cannot reach this socket\n", strerror(errno));
+    }
+    set_send_time_limit(state, fd);
 
     net_set_path(state.featureCameraAddr, featureCamera_path);
 
@@ -182,7 +194,7 @@ int camera_send(const uint8_t *buffer, int length, int target) {
         const int fd = state.featureFd;
         if (fd > 0) {
             sockaddr_un destination = net_load_addr(state.featureCameraAddr);
-            const int flags = state.cameraDropping ? MSG_DONTWAIT : 0;
+            const int flags = state.cameraDropping || state.sendsNeverWait ? MSG_DONTWAIT : 0;
             ssize_t ret = sendto(fd, buffer, length, flags, reinterpret_cast<const sockaddr *>(&destination),
                                  kUnixAddrLength);
             const int error = errno;

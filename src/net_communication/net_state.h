@@ -44,6 +44,8 @@ struct NetState {
     std::atomic<bool> cameraDropping{false};
     std::atomic<uint64_t> cameraDropped{0};
     uint64_t cameraDroppedAtStart = 0;  // cameraDropped when the current run of drops began
+    // The socket has no send time limit (setting it failed): no send may wait.
+    std::atomic<bool> sendsNeverWait{false};
     pthread_t controlThread{};
     pthread_t featureThread{};
 };

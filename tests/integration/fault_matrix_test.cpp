@@ -329,6 +329,29 @@ const FaultRow kRows[] = {
          EXPECT_GT(f.camera->packets, seen + 5);
          EXPECT_EQ(count_of(f.log(), kDropStart), 1u);
      }},
+    // The kernel refuses the send limit and the autobind: the trace says so,
+    // and a hung camera still cannot hold the frame loop in a send.
+    {"CameraSocketOptionsRefused",
+     [](Faults &f) {
+         f.env["LD_PRELOAD"] = FACEDET_REFUSE_CALLS_LIB;
+         f.env["FACEDET_TEST_REFUSE"] = "1";
+         const char *asan = getenv("ASAN_OPTIONS");
+         f.env["ASAN_OPTIONS"] = std::string(asan ? asan : "") + ":verify_asan_link_order=0";
+         f.start_camera(acknowledge, true);
+     },
+     [](Faults &f) {
+         EXPECT_EQ(count_of(f.log(),
+                            "featureCamera_udp_init] setsockopt(SO_SNDTIMEO): Protocol not available; "
+                            "sends to the camera will not wait for room\n"),
+                   1u)
+             << f.log().substr(0, 3000);
+         EXPECT_EQ(count_of(f.log(),
+                            "featureCamera_udp_init] bind (autobind): Address already in use; the "
+                            "camera's replies cannot reach this socket\n"),
+                   1u);
+         ASSERT_TRUE(f.wait_count(kDropStart, 1)) << f.log().substr(0, 3000);
+         EXPECT_TRUE(f.keeps_analysing(30));
+     }},
     {"CameraKilledAndRestarted", [](Faults &f) { f.start_camera_sim("camera1.log"); },
      [](Faults &f) {
          f.sims.back()->signal(SIGKILL);
