@@ -9,7 +9,7 @@
 #include "dbgout/runtime_env.h"
 
 char *trace_time_string() {
-    static char buffer[23];
+    static thread_local char buffer[23];
     memset(buffer, 0, sizeof buffer);
     struct timeval tv;
     if (gettimeofday(&tv, nullptr) != 0) {
@@ -31,11 +31,12 @@ char *trace_time_string() {
 }
 
 int trace_vwrite(TraceFile &trace, const char *fmt, va_list args) {
+    std::lock_guard<std::mutex> guard(trace.lock);
     struct stat st;
     if (!trace.isOpen) {
         if (stat(trace.path.c_str(), &st) != 0) {
             trace.file = fopen(trace.path.c_str(), "w+");
-        } else if (st.st_size > kTraceFileLimit) {
+        } else if (st.st_size > trace.limit) {
             // Overwrite the oldest text from the beginning instead of growing.
             trace.file = fopen(trace.path.c_str(), "r+");
         } else {
@@ -70,7 +71,7 @@ int trace_vwrite(TraceFile &trace, const char *fmt, va_list args) {
         fflush(stderr);
         return 0;
     }
-    if (position > kTraceFileLimit) {
+    if (position > trace.limit) {
         if (trace.file) {
             fclose(trace.file);
         }

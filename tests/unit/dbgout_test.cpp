@@ -1,14 +1,21 @@
-// The console log's formats and the trace file's appending and wrapping.
+// The console log's formats and the trace file's appending, wrapping and
+// sharing between threads.
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdarg>
 #include <regex>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "dbgout/dbgout.h"
 #include "output_capture.h"
+#include "process_helpers.h"
 #include "temp_dir.h"
 
 namespace {
@@ -64,4 +71,61 @@ TEST(TraceFile, AppendsAndPassingTheLimitRestartsAtOffsetZeroOnTheNextCall) {
     quiet.finish();
     const std::string content = read_file(full.path);
     EXPECT_EQ(content.substr(0, 2) + content.substr(kTraceFileLimit), "XY0123456789");  // same size
+}
+
+// Threads write while the file wraps and is removed under them: no handle is
+// closed while another thread writes through it (the sanitizer builds check
+// the memory), and the file ends up whole lines within its limit.
+TEST(TraceFile, ThreadsWriteAcrossWrapsAndRemovals) {
+    TempDir dir;
+    TraceFile trace(dir.file("threads.log"), 4096);
+    OutputCapture quiet;
+    OutputCapture errors(2);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&trace, t] {
+            for (int i = 0; i < 500; ++i) {
+                trace_write(trace, "[%s] thread %d line %03d\n", trace_time_string(), t, i);
+            }
+        });
+    }
+    threads.emplace_back([&trace] {
+        for (int i = 0; i < 40; ++i) {
+            unlink(trace.path.c_str());
+            usleep(500);
+        }
+    });
+    for (std::thread &t : threads) {
+        t.join();
+    }
+    // The first notices a removal that came last; the second lands in the file.
+    trace_write(trace, "last\n");
+    trace_write(trace, "last\n");
+    quiet.finish();
+    EXPECT_GT(count_of(errors.finish(), "DBG_ERR:src/dbgout traceout[0100] stat ERR\n"), 0u);
+    struct stat st;
+    ASSERT_EQ(stat(trace.path.c_str(), &st), 0);
+    EXPECT_LT(st.st_size, 4096 + 64);
+    const std::string text = read_file(trace.path);
+    EXPECT_TRUE(std::regex_search(text, std::regex(R"(^(\[[-0-9 :.]+\] thread \d line \d{3}\n|last\n))")))
+        << text.substr(0, 200);
+}
+
+// The lock is what keeps the handle alive: a writer waits while it is held.
+TEST(TraceFile, AWriterWaitsWhileTheFileIsHeld) {
+    TempDir dir;
+    TraceFile trace(dir.file("held.log"));
+    OutputCapture quiet;
+    std::unique_lock<std::mutex> held(trace.lock);
+    std::atomic<bool> wrote{false};
+    std::thread writer([&] {
+        trace_write(trace, "x\n");
+        wrote = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    EXPECT_FALSE(wrote) << "wrote through the file while another thread held it";
+    held.unlock();
+    writer.join();
+    EXPECT_TRUE(wrote);
+    quiet.finish();
 }
