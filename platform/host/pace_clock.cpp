@@ -15,10 +15,10 @@ FrameCost frame_cost_from_ms(double analysedMs) {
 }
 
 void CostMeter::frame_taken() {
-    // A warm-up frame (one read) says nothing about running or stopped.
-    if (reads_ >= 4) {
+    // A warm-up frame says nothing about running or stopped.
+    if (reads_ > frame_loop_reads::kStopped) {
         expectAnalysis_ = true;
-    } else if (reads_ >= 2) {
+    } else if (reads_ > frame_loop_reads::kWarmUp) {
         expectAnalysis_ = false;
     }
     frameHeld_ = true;
@@ -33,9 +33,10 @@ MI_U64 CostMeter::charge_read() {
     }
     ++reads_;
     MI_U64 charge = 0;
-    if (reads_ == 1) {
+    if (reads_ == frame_loop_reads::kGetFrame) {
         charge = cost_.restUs;
-    } else if (!analysisCharged_ && ((reads_ == 3 && expectAnalysis_) || reads_ == 4)) {
+    } else if (!analysisCharged_ && ((reads_ == frame_loop_reads::kInvoke && expectAnalysis_) ||
+                                     reads_ == frame_loop_reads::kStopped + 1)) {
         charge = cost_.analysedUs > cost_.restUs ? cost_.analysedUs - cost_.restUs : 0;
         analysisCharged_ = true;
     }

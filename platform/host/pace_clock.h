@@ -35,17 +35,29 @@ constexpr double kRestShareOfAnalysedFrame = 0.0109;
 // The cost of an analysed frame in milliseconds, and of the rest in that share.
 FrameCost frame_cost_from_ms(double analysedMs);
 
+// The contract with the daemon's frame loop (get_stream_thread.cpp, where it
+// reads the clock): it reads MI_SYS_GetCurPts at the end of each stage in a
+// fixed order, so the number of reads between two takes says what it did
+// with a frame. The read before it waits for the next frame counts for the
+// frame before. A read more or less in the loop moves every charge below,
+// and with it every camera-paced replay and benchmark figure.
+namespace frame_loop_reads {
+constexpr int kWarmUp = 1;    // the next wait
+constexpr int kStopped = 3;   // get frame, autogamma, the next wait
+constexpr int kAnalysed = 6;  // get frame, autogamma, invoke, strategies, all, the next wait
+// The stage lines that show the charges: the rest in "get frame", the
+// analysis in "invoke".
+constexpr int kGetFrame = 1;
+constexpr int kInvoke = 3;
+}  // namespace frame_loop_reads
+
 // Learns what the consumer does with each frame from its clock reads, and
-// charges the camera's time for it. The frame loop reads the clock at the end
-// of each stage in a fixed order: after a warm-up frame once (before it waits
-// for the next one), after a frame taken with auto framing stopped three
-// times (get frame, autogamma, the next wait), after an analysed frame six
-// times (get frame, autogamma, invoke, strategies, all, the next wait). So
-// the rest is charged at the first read, and the analysis at the third when
-// the last frame read past its second was analysed, else at the fourth: the
-// stage lines show the camera's time in the stage that spends it, and a
-// frame after a switch between running and stopped costs no more than one
-// analysis too many or sits one stage late.
+// charges the camera's time for it: the rest at the get-frame read, and the
+// analysis at the invoke read when the last frame read past its stopped
+// count was analysed, else at the first read past that count, which only an
+// analysed frame reaches. So the stage lines show the camera's time in the
+// stage that spends it, and a frame after a switch between running and
+// stopped costs no more than one analysis too many or sits one stage late.
 class CostMeter {
   public:
     explicit CostMeter(FrameCost cost = FrameCost()) : cost_(cost) {}

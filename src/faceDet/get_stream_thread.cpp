@@ -58,6 +58,16 @@ void allocate_frame_buffers() {
     s_buffers.gammaRecords = new GammaRecord[2]();
 }
 
+// The stage time stamps. On a PC at the camera's pace the platform learns
+// what the loop did with each frame from how often it reads this clock
+// between two takes, and charges the camera's time accordingly (host
+// platform, pace_clock.h, frame_loop_reads): one read after a warm-up frame
+// (time_00 of the next pass), three after a stopped one (get frame,
+// autogamma, time_00), six after an analysed one (get frame, autogamma,
+// invoke, strategies, all, time_00). The rest of a frame's cost shows in the
+// get-frame stage and the analysis in the invoke stage. Adding or moving a
+// read here breaks that contract: the camera-pace test of the stage lines
+// fails, and the platform's counts must change with it.
 MI_U64 now_pts() {
     MI_U64 pts = 0;
     MI_SYS_GetCurPts(&pts);

@@ -6,6 +6,9 @@
 #include <cstdlib>
 
 #include "daemon_fixture.h"
+#if FACEDET_TEST_HAS_LOG_READER
+#include "replay_log.h"
+#endif
 
 namespace {
 
@@ -81,6 +84,65 @@ TEST_F(DaemonTest, TwoDaemonsInTwoRuntimeDirectoriesAtOnce) {
         EXPECT_EQ(daemon->wait_exit(30s), 0);
     }
 }
+
+#if FACEDET_TEST_HAS_LOG_READER
+// The camera pace's contract with the frame loop: the platform tells what the
+// loop did with a frame by its clock reads, and charges the camera's time so
+// that the stage lines show it where the camera spends it: the rest of a
+// frame's cost in "get frame", the analysis in "invoke".
+TEST_F(DaemonTest, AtTheCamerasPaceTheStageLinesCarryTheCamerasTime) {
+    const struct {
+        bool running;
+        const char *costMs;
+        int getFrameMs, invokeMs, allMs;  // -1: no such line
+        int frames;                       // of the clip
+    } rows[] = {
+        // 189 ms: 2.06 ms of rest, 186.9 of analysis; frames wait in the queue
+        // meanwhile, so no frame but the first waits for its take.
+        {true, "189", 2, 186, 189, 120},
+        // Stopped: only the rest, 43.6 ms of 4 s, which is more than a frame
+        // period, so again no frame waits. (The first stopped frame is
+        // charged an analysis too, which drops 4 s of the clip.)
+        {false, "4000", 43, -1, -1, 200},
+    };
+    for (const auto &row : rows) {
+        auto daemon = start({{"FACEDET_SOURCE", raw_clip(row.frames)},
+                             {"FACEDET_PACE", "camera"},
+                             {"FACEDET_FRAME_COST_MS", row.costMs},
+                             {"FACEDET_EXIT_AT_END", "1"}});
+        if (row.running) {
+            // Sent while the frame thread sleeps its first two seconds.
+            ASSERT_TRUE(eventually(
+                [&] {
+                    return spawn(FACEDET_CTL_BIN,
+                                 {"--runtime-dir", daemon_env().at("FACEDET_RUNTIME_DIR"), "run"},
+                                 dir_.path())
+                               ->wait_exit(20s) == 0;
+                },
+                20s));
+        }
+        ASSERT_EQ(daemon->wait_exit(120s), 0) << daemon->err();
+        const replay::DaemonLog log = replay::parse_daemon_log(daemon->out());
+        int checked = 0;
+        for (size_t i = 0; i < log.frames.size(); ++i) {
+            const replay::TakenFrame &f = log.frames[i];
+            if (!f.analysed) {
+                continue;  // warm-up: no stage lines
+            }
+            ASSERT_EQ(f.framingRan, row.running) << "frame " << f.frameNumber;
+            EXPECT_EQ(f.autogammaMs, 0) << "frame " << f.frameNumber;
+            EXPECT_EQ(f.invokeMs, row.invokeMs) << "frame " << f.frameNumber;
+            if (f.frameNumber == 10) {
+                continue;  // the first after the warm-up waits for its frame
+            }
+            EXPECT_EQ(f.getFrameMs, row.getFrameMs) << "frame " << f.frameNumber;
+            EXPECT_EQ(f.allMs, row.allMs) << "frame " << f.frameNumber;
+            ++checked;
+        }
+        EXPECT_GE(checked, 3) << daemon->out().substr(0, 2000);
+    }
+}
+#endif
 
 TEST(DaemonBinary, ExportsTheIspHooks) {
     for (const char *hook : {"MI_ISP_EnableUserspace3A", "MI_ISP_DisableUserspace3A"}) {

@@ -155,18 +155,20 @@ TEST(CameraPace, TakesWhatTheCamerasPortHandsOutAfterEachFrame) {
 // analysed. Each frame is charged its cost; the analysis lands on the invoke
 // read (the third) unless the last frame was a stopped one.
 TEST(CameraPace, ChargesEachFrameByWhatTheFrameLoopDidWithIt) {
+    using namespace host::frame_loop_reads;
+    constexpr int W = kWarmUp, S = kStopped, A = kAnalysed, I = kInvoke, late = kStopped + 1;
     const host::FrameCost cost{200000, 2000};
     const struct {
         std::vector<int> readsPerFrame;
         std::vector<MI_U64> costs;
         std::vector<int> analysisRead;  // 0: not charged
     } rows[] = {
-        {{1, 1, 6, 6}, {2000, 2000, 200000, 200000}, {0, 0, 3, 3}},
+        {{W, W, A, A}, {2000, 2000, 200000, 200000}, {0, 0, I, I}},
         // Switched to stopped: the first stopped frame still pays an analysis.
-        {{6, 3, 3, 3}, {200000, 200000, 2000, 2000}, {3, 3, 0, 0}},
+        {{A, S, S, S}, {200000, 200000, 2000, 2000}, {I, I, 0, 0}},
         // Switched back: the first analysed frame is charged a stage late.
-        {{3, 6, 6}, {200000, 200000, 200000}, {3, 4, 3}},
-        {{3, 3, 6, 1, 6}, {200000, 2000, 200000, 2000, 200000}, {3, 0, 4, 0, 3}},
+        {{S, A, A}, {200000, 200000, 200000}, {I, late, I}},
+        {{S, S, A, W, A}, {200000, 2000, 200000, 2000, 200000}, {I, 0, late, 0, I}},
     };
     for (const auto &row : rows) {
         host::CostMeter meter(cost);
