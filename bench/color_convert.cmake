@@ -14,7 +14,7 @@ else()
   message(STATUS "color_convert_bench: libyuv not found, compared without it")
 endif()
 
-if(FACEDET_WITH_OPENCV AND OpenCV_FOUND)
+if(FACEDET_HAS_OPENCV)
   target_link_libraries(color_convert_bench PRIVATE opencv_core opencv_imgproc)
   target_compile_definitions(color_convert_bench PRIVATE FACEDET_BENCH_HAS_OPENCV=1)
 endif()

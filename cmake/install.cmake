@@ -27,10 +27,8 @@ set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
 install(TARGETS faceDet facedet_ctl shm_track_test RUNTIME DESTINATION bin)
 install(TARGETS facedet_recorder LIBRARY DESTINATION lib)
 set_target_properties(faceDet PROPERTIES INSTALL_RPATH "$ORIGIN/../lib")
-# The detector's imported MNN target is visible only in its own folder; the
-# engine list and MNN_ROOT it leaves in the cache say the same.
-if("mnn" IN_LIST FACEDET_DETECTOR_ENGINES)
-  install(FILES "${MNN_ROOT}/lib/libMNN.so" DESTINATION lib)
+if(TARGET facedet_mnn)
+  install(FILES "$<TARGET_FILE:facedet_mnn>" DESTINATION lib)
 endif()
 
 set(facedet_model "${FACEDET_SHARED_DIR}/models/slim-320-quant-ADMM-50.mnn")

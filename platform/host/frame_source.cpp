@@ -42,7 +42,7 @@ std::unique_ptr<FrameSource> open_frame_source(const std::string &path, std::str
     if (is_raw_nv12_path(path)) {
         return open_raw_nv12_source(path, error);
     }
-#if FACEDET_HOST_HAS_OPENCV
+#if FACEDET_HAS_OPENCV
     return open_opencv_source(path, error);
 #else
     *error = "this build reads only raw NV12 files (.nv12, .yuv): it was built without OpenCV";

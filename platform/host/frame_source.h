@@ -50,7 +50,7 @@ std::unique_ptr<FrameSource> open_frame_source(const std::string &path, std::str
 
 std::unique_ptr<FrameSource> open_raw_nv12_source(const std::string &path, std::string *error);
 
-#if FACEDET_HOST_HAS_OPENCV
+#if FACEDET_HAS_OPENCV
 std::unique_ptr<FrameSource> open_opencv_source(const std::string &path, std::string *error);
 
 // A still image from the bytes of an image file (what open_frame_source does

@@ -78,7 +78,7 @@ TEST_F(GammaDaemonTest, PeerGetsTheReferenceAnswersAndTheSecondIsJudgedThroughTh
     // the curve reported in use (and taken its offsets as applied) by then.
     std::vector<std::string> args = {"--every", "30",        "--strength", "120",   "--answers",
                                      "2",       "--seconds", "120",        "--csv", dir_.file("answer.csv")};
-#ifdef GAMMA_PEER_HAS_PNG
+#if FACEDET_HAS_OPENCV
     args.insert(args.end(), {"--png", dir_.file("curve.png")});
 #endif
     auto peer = spawn(GAMMA_PEER_BIN, args, dir_.path(), {{"FACEDET_SHM_KEY", key}});
@@ -131,7 +131,7 @@ TEST_F(GammaDaemonTest, PeerGetsTheReferenceAnswersAndTheSecondIsJudgedThroughTh
               1u);
     EXPECT_TRUE(
         InOrder(daemonOut, {"send data ok!!!\n", "gamma 反算", "send data ok!!!\n", "faceDet release!"}));
-#ifdef GAMMA_PEER_HAS_PNG
+#if FACEDET_HAS_OPENCV
     EXPECT_EQ(read_file(dir_.file("curve.png")).substr(0, 8), "\x89PNG\r\n\x1a\n");
 #endif
 }

@@ -31,7 +31,7 @@
 #include "share_memory/share_memory.h"
 #include "tool_cli.h"
 
-#ifdef GAMMA_PEER_WITH_PNG
+#if FACEDET_HAS_OPENCV
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #endif
@@ -51,7 +51,7 @@ struct Options {
     std::string png;
 };
 
-#ifdef GAMMA_PEER_WITH_PNG
+#if FACEDET_HAS_OPENCV
 const char kPngNote[] = "";
 #else
 const char kPngNote[] = " (not in this build: no OpenCV)";
@@ -94,7 +94,7 @@ int parse_options(int argc, char **argv, Options *o) {
     if (const int status = tool_cli::parse(app, argc, argv); status >= 0) {
         return status;
     }
-#ifndef GAMMA_PEER_WITH_PNG
+#if !FACEDET_HAS_OPENCV
     if (!o->png.empty()) {
         return tool_cli::usage_error(app, "--png needs a build with OpenCV");
     }
@@ -148,7 +148,7 @@ void write_csv(const std::string &path, const GammaRecord &r, int answer, int as
     fclose(f);
 }
 
-#ifdef GAMMA_PEER_WITH_PNG
+#if FACEDET_HAS_OPENCV
 void write_png(const std::string &path, const GammaRecord &r) {
     // Two pixels a level; levels outside 0..255 are drawn at the border.
     const int margin = 24;
@@ -262,7 +262,7 @@ int main(int argc, char **argv) {
             if (!o.csv.empty()) {
                 write_csv(o.csv, r, answers, askedIsuse);
             }
-#ifdef GAMMA_PEER_WITH_PNG
+#if FACEDET_HAS_OPENCV
             if (!o.png.empty()) {
                 write_png(o.png, r);
             }
