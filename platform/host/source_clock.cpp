@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -57,6 +58,32 @@ void ClockFile::close() {
         ::munmap(word_, kClockFileBytes);
         word_ = nullptr;
     }
+}
+
+ClockFileReader::~ClockFileReader() {
+    if (word_) {
+        ::munmap(const_cast<uint64_t *>(word_), kClockFileBytes);
+    }
+}
+
+MI_U64 ClockFileReader::now_us() {
+    if (word_ == nullptr) {
+        const int fd = ::open(path_.c_str(), O_RDONLY | O_CLOEXEC);
+        struct stat st;
+        if (fd < 0 || ::fstat(fd, &st) != 0 || st.st_size < static_cast<off_t>(kClockFileBytes)) {
+            if (fd >= 0) {
+                ::close(fd);
+            }
+            return 0;  // the daemon has not made it yet
+        }
+        void *page = ::mmap(nullptr, kClockFileBytes, PROT_READ, MAP_SHARED, fd, 0);
+        ::close(fd);
+        if (page == MAP_FAILED) {
+            return 0;
+        }
+        word_ = static_cast<const uint64_t *>(page);
+    }
+    return __atomic_load_n(word_, __ATOMIC_ACQUIRE);
 }
 
 }  // namespace host

@@ -6,7 +6,8 @@
  *
  * The same source time is published for other processes (camera_sim
  * --clock) as one native-order 64-bit count of microseconds at the start of
- * a small file, written in place with atomic stores.
+ * a small file, written in place with atomic stores; both sides of that file
+ * are here.
  */
 #ifndef FACEDET_HOST_SOURCE_CLOCK_H
 #define FACEDET_HOST_SOURCE_CLOCK_H
@@ -36,6 +37,22 @@ class ClockFile {
 
   private:
     uint64_t *word_ = nullptr;
+};
+
+// The reading side, in another process: maps the file once it exists (the
+// daemon makes it when it starts) and reads the time with atomic loads.
+class ClockFileReader {
+  public:
+    explicit ClockFileReader(std::string path) : path_(std::move(path)) {}
+    ~ClockFileReader();
+    ClockFileReader(const ClockFileReader &) = delete;
+    ClockFileReader &operator=(const ClockFileReader &) = delete;
+    // The published time; 0 until the file is there.
+    MI_U64 now_us();
+
+  private:
+    std::string path_;
+    const uint64_t *word_ = nullptr;
 };
 
 }  // namespace host

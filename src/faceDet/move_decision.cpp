@@ -44,9 +44,6 @@ constexpr int32_t kCentreY = kOutputHeight / 2;
 constexpr int32_t kMinFramingWidth = 480;
 constexpr int32_t kMaxFramingWidth = kOutputWidth;
 
-// The eleventh face-less frame in a row gives the target up.
-constexpr int32_t kNoFaceFrames = 10;
-
 // The two sets of persistence limits and their trace texts. A medium
 // difference moves the camera once its counter exceeds the limit. The band-1
 // texts name 6 and 4 while the limits are 4 and 3; the camera's log readers

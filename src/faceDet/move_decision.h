@@ -22,6 +22,11 @@
 #include "faceDet/target_selection.h"
 #include "visca/object_data.h"
 
+// Face-less frames in a row that change nothing: the next one gives the
+// target up and sends the full view. The readers of the daemon's log count
+// with the same number, since that move prints no line of its own.
+constexpr int32_t kNoFaceFrames = 10;
+
 // What the frame loop must do after a step.
 enum class MoveRequest {
     None,

@@ -4,9 +4,10 @@
 #include <cstdint>
 #include <string>
 
-#include "replay_log.h"
+#include "daemon_log.h"
+#include "run_logs.h"
 
-using namespace replay;
+using namespace logs;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size == 0) {
@@ -26,7 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
             break;
         }
         default:
-            parse_gamma_output(text);
+            parse_gamma_answers(text);
     }
     return 0;
 }

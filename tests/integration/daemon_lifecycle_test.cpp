@@ -5,10 +5,9 @@
 
 #include <cstdlib>
 
+#include "control.h"
 #include "daemon_fixture.h"
-#if FACEDET_TEST_HAS_LOG_READER
-#include "replay_log.h"
-#endif
+#include "daemon_log.h"
 
 namespace {
 
@@ -85,7 +84,6 @@ TEST_F(DaemonTest, TwoDaemonsInTwoRuntimeDirectoriesAtOnce) {
     }
 }
 
-#if FACEDET_TEST_HAS_LOG_READER
 // The camera pace's contract with the frame loop: the platform tells what the
 // loop did with a frame by its clock reads, and charges the camera's time so
 // that the stage lines show it where the camera spends it: the rest of a
@@ -112,20 +110,15 @@ TEST_F(DaemonTest, AtTheCamerasPaceTheStageLinesCarryTheCamerasTime) {
                              {"FACEDET_EXIT_AT_END", "1"}});
         if (row.running) {
             // Sent while the frame thread sleeps its first two seconds.
-            ASSERT_TRUE(eventually(
-                [&] {
-                    return spawn(FACEDET_CTL_BIN,
-                                 {"--runtime-dir", daemon_env().at("FACEDET_RUNTIME_DIR"), "run"},
-                                 dir_.path())
-                               ->wait_exit(20s) == 0;
-                },
-                20s));
+            const uint8_t run[2] = {0x01, 0x01};
+            ASSERT_TRUE(
+                eventually([&] { return send_control(daemon_env().at("FACEDET_RUNTIME_DIR"), run); }, 20s));
         }
         ASSERT_EQ(daemon->wait_exit(120s), 0) << daemon->err();
-        const replay::DaemonLog log = replay::parse_daemon_log(daemon->out());
+        const logs::DaemonLog log = logs::parse_daemon_log(daemon->out());
         int checked = 0;
         for (size_t i = 0; i < log.frames.size(); ++i) {
-            const replay::TakenFrame &f = log.frames[i];
+            const logs::TakenFrame &f = log.frames[i];
             if (!f.analysed) {
                 continue;  // warm-up: no stage lines
             }
@@ -142,7 +135,6 @@ TEST_F(DaemonTest, AtTheCamerasPaceTheStageLinesCarryTheCamerasTime) {
         EXPECT_GE(checked, 3) << daemon->out().substr(0, 2000);
     }
 }
-#endif
 
 TEST(DaemonBinary, ExportsTheIspHooks) {
     for (const char *hook : {"MI_ISP_EnableUserspace3A", "MI_ISP_DisableUserspace3A"}) {

@@ -21,6 +21,7 @@
 #include <random>
 #include <thread>
 
+#include "control.h"
 #include "daemon_fixture.h"
 #include "share_memory/share_memory.h"
 #include "share_memory/shm_lock.h"
@@ -192,7 +193,11 @@ struct Faults {
     bool keeps_analysing(size_t more = 15) const {
         return wait_count(kFrameLine, count_of(daemon->out(), kFrameLine) + more);
     }
-    bool control(uint8_t second) const { return send_datagram(dir + "/sin_addr.socket", {0x01, second}); }
+    // Again while the daemon's queue is full.
+    bool control(uint8_t second) const {
+        const uint8_t bytes[2] = {0x01, second};
+        return eventually([&] { return send_control(dir, bytes); }, 5s);
+    }
     void start_camera(CameraPeer::Answer answer = acknowledge, bool hung = false) {
         camera = std::make_unique<CameraPeer>(dir + "/featureCamera_addr.socket", std::move(answer), hung);
     }

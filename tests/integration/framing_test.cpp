@@ -21,7 +21,11 @@
 #include "detector/inference_engine.h"
 #include "detector/nms.h"
 #include "detector/slim_face_detector.h"
+#include "control.h"
+#include "daemon_log.h"
+#include "run_logs.h"
 #include "scenario_clip.h"
+#include "visca/visca_codec.h"
 
 namespace {
 
@@ -34,14 +38,7 @@ struct Ptz {
 };
 constexpr Ptz kFullView = {0, 0, 1920};
 
-// One analysed frame of the daemon's console output.
-struct FrameTrace {
-    int frameNumber = 0;   // 1 for the first frame taken, so source index + 1 without drops
-    int faceNum = -1;      // faces that reached target selection; -1 when it did not run
-    int panTiltSends = 0;  // pan/tilt packets sent while the frame was handled
-    bool tracedMove = false;
-    Ptz move;  // the panPoint / tiltPoint / zoomPoint trace when tracedMove
-};
+using logs::TakenFrame;
 
 std::string to_string(const Ptz &p) {
     char text[64];
@@ -49,62 +46,25 @@ std::string to_string(const Ptz &p) {
     return text;
 }
 
-// The integer after `key` in line, or false.
-bool value_after(const std::string &line, const std::string &key, int *value) {
-    size_t at = line.find(key);
-    if (at == std::string::npos) {
-        return false;
-    }
-    *value = atoi(line.c_str() + at + key.size());
-    return true;
+Ptz move_of(const TakenFrame &f) {
+    return {f.pan, f.tilt, f.zoom};
 }
 
-// The signed 16-bit value of the four nibble bytes ("0p 0q 0r 0s") at text.
-int nibbles(const char *text) {
-    unsigned b[4] = {};
-    sscanf(text, "%x %x %x %x", &b[0], &b[1], &b[2], &b[3]);
-    return static_cast<int16_t>((b[0] & 15) << 12 | (b[1] & 15) << 8 | (b[2] & 15) << 4 | (b[3] & 15));
+// Pan/tilt packets (15 bytes) sent while the frame was handled.
+int pan_tilt_sends(const TakenFrame &f) {
+    return static_cast<int>(std::count(f.sends.begin(), f.sends.end(), 15));
 }
 
-// The frames of a daemon's output, in order; only frames that reached the
-// analysis (auto framing running) carry faceNum.
-std::vector<FrameTrace> frame_traces(const std::string &daemonOut) {
-    std::vector<FrameTrace> frames;
-    std::istringstream in(daemonOut);
-    for (std::string line; std::getline(in, line);) {
-        int v = 0;
-        if (value_after(line, "--------------frameNumber = ", &v)) {
-            frames.push_back({});
-            frames.back().frameNumber = v;
-            continue;
-        }
-        if (frames.empty()) {
-            continue;
-        }
-        FrameTrace &f = frames.back();
-        // The selection's count line is printed without a line break of its own.
-        if (value_after(line, "***************** faceNum = ", &v)) {
-            f.faceNum = v;
-        }
-        if (value_after(line, "******************** panPoint = ", &v)) {
-            f.tracedMove = true;
-            f.move.pan = v;
-        } else if (value_after(line, "******************** tiltPoint = ", &v)) {
-            f.move.tilt = v;
-        } else if (value_after(line, "******************** zoomPoint = ", &v)) {
-            f.move.zoom = v;
-        } else if (line.find("ret == 15") != std::string::npos) {
-            ++f.panTiltSends;
-        }
-    }
-    return frames;
-}
-
-std::vector<FrameTrace> traced_moves(const std::vector<FrameTrace> &frames) {
-    std::vector<FrameTrace> moves;
+std::vector<TakenFrame> traced_moves(const std::vector<TakenFrame> &frames) {
+    std::vector<TakenFrame> moves;
     std::copy_if(frames.begin(), frames.end(), std::back_inserter(moves),
-                 [](const FrameTrace &f) { return f.tracedMove; });
+                 [](const TakenFrame &f) { return f.moved; });
     return moves;
+}
+
+// The signed value of the four nibble bytes at `at` of a packet.
+int position_at(const std::vector<uint8_t> &packet, size_t at) {
+    return packet.size() >= at + 4 ? static_cast<int16_t>(visca_get_nibbles(&packet[at])) : 0;
 }
 
 // Move packets camera_sim logged, in the order received: each zoom_absolute
@@ -115,20 +75,14 @@ std::vector<Ptz> received_moves(const std::string &simLog, int *unpaired) {
     *unpaired = 0;
     bool zoomPending = false;
     int zoom = 0;
-    std::istringstream in(simLog);
-    for (std::string line; std::getline(in, line);) {
-        if (line.find("\"event\":\"rx\"") == std::string::npos) {
-            continue;
-        }
-        // Byte i of the packet is at 3 * i in its hex text.
-        const char *bytes = line.c_str() + line.find("\"bytes\":\"") + 9;
-        if (line.find("\"name\":\"zoom_absolute\"") != std::string::npos) {
+    for (const logs::SimRx &rx : logs::parse_sim_log(simLog).rx) {
+        if (rx.name == "zoom_absolute") {
             *unpaired += zoomPending ? 1 : 0;
             zoomPending = true;
-            zoom = nibbles(bytes + 12);
-        } else if (line.find("\"name\":\"pan_tilt_absolute\"") != std::string::npos) {
+            zoom = position_at(rx.bytes, 4);
+        } else if (rx.name == "pan_tilt_absolute") {
             if (zoomPending) {
-                moves.push_back({nibbles(bytes + 18), nibbles(bytes + 30), zoom});
+                moves.push_back({position_at(rx.bytes, 6), position_at(rx.bytes, 10), zoom});
             } else {
                 ++*unpaired;
             }
@@ -214,14 +168,13 @@ const scenario::FaceTruth *face_of(const scenario::Clip &clip, int frame, int pe
     return nullptr;
 }
 
-// Every packet camera_sim received, byte for byte, without its time stamp.
-std::vector<std::string> received_packets(const std::string &simLog) {
-    std::vector<std::string> bytes;
-    for (size_t at = 0; (at = simLog.find("\"event\":\"rx\",\"len\"", at)) != std::string::npos; ++at) {
-        const size_t from = simLog.find("\"bytes\"", at);
-        bytes.push_back(simLog.substr(from, simLog.find('\n', from) - from));
+// Every packet camera_sim received, byte for byte.
+std::vector<std::vector<uint8_t>> received_packets(const std::string &simLog) {
+    std::vector<std::vector<uint8_t>> packets;
+    for (const logs::SimRx &rx : logs::parse_sim_log(simLog).rx) {
+        packets.push_back(rx.bytes);
     }
-    return bytes;
+    return packets;
 }
 
 // Every auto-framing case runs on each engine built: the camera's quantised
@@ -255,12 +208,9 @@ class FramingRun : public DaemonTest {
 
     // Sends a control word; the daemon's socket appears a moment after start.
     bool ctl(const std::string &word) {
-        return eventually(
-            [&] {
-                return spawn(FACEDET_CTL_BIN, {"--runtime-dir", dir_.path(), word}, dir_.path())
-                           ->wait_exit(20s) == 0;
-            },
-            20s);
+        uint8_t bytes[2];
+        return control_bytes(word, bytes) &&
+               eventually([&] { return send_control(dir_.path(), bytes); }, 20s);
     }
 
     std::unique_ptr<ChildProcess> start_daemon(const std::string &source, bool loop) {
@@ -315,7 +265,7 @@ class FramingRun : public DaemonTest {
 
     // The daemon over the whole clip, auto framing on from its first analysed
     // frame; returns its frames.
-    std::vector<FrameTrace> run_clip() {
+    std::vector<TakenFrame> run_clip() {
         for (const std::string &log : {frameLog_, simLog_}) {
             remove(log.c_str());  // from an earlier run of the same test
         }
@@ -335,14 +285,14 @@ class FramingRun : public DaemonTest {
             EXPECT_EQ(taken, static_cast<size_t>(clip_.frames)) << frames;
             EXPECT_EQ(count_of(frames, " dropped "), 0u);
         }
-        std::vector<FrameTrace> traces = frame_traces(out_);
+        std::vector<TakenFrame> traces = logs::parse_daemon_log(out_).frames;
         EXPECT_EQ(traces.size(), taken);
         size_t sent = 0;
         for (size_t i = 0; i < traces.size(); ++i) {
             EXPECT_EQ(traces[i].frameNumber, static_cast<int>(i) + 1);
             // Every analysed frame went through target selection.
             EXPECT_EQ(traces[i].faceNum >= 0, traces[i].frameNumber > kWarmUpFrames) << traces[i].frameNumber;
-            sent += traces[i].panTiltSends;
+            sent += pan_tilt_sends(traces[i]);
         }
         stop_sim(sent);
         expect_traces_match_packets(traces);
@@ -351,18 +301,18 @@ class FramingRun : public DaemonTest {
 
     // Every traced move reached the camera with exactly its values, in order;
     // anything else the camera received is the untraced full view.
-    void expect_traces_match_packets(const std::vector<FrameTrace> &traces) {
+    void expect_traces_match_packets(const std::vector<TakenFrame> &traces) {
         int unpaired = 0;
         const std::vector<Ptz> received = received_moves(sim_log(), &unpaired);
         EXPECT_EQ(unpaired, 0);
-        const std::vector<FrameTrace> traced = traced_moves(traces);
+        const std::vector<TakenFrame> traced = traced_moves(traces);
         size_t next = 0;
         for (const Ptz &r : received) {
-            if (next < traced.size() && r == traced[next].move) {
+            if (next < traced.size() && r == move_of(traced[next])) {
                 ++next;
             } else {
                 EXPECT_EQ(r, kFullView) << "received " << to_string(r) << ", next traced "
-                                        << (next < traced.size() ? to_string(traced[next].move) : "none");
+                                        << (next < traced.size() ? to_string(move_of(traced[next])) : "none");
             }
         }
         EXPECT_EQ(next, traced.size()) << "traced moves the camera never received";
@@ -390,13 +340,9 @@ class FramingTest : public FramingRun, public ::testing::WithParamInterface<std:
 // The face boxes a daemon passed on, in order: x, y, w, h and the score.
 std::vector<std::array<double, 5>> face_boxes(const std::string &daemonOut) {
     std::vector<std::array<double, 5>> boxes;
-    const std::string key = "face box (x, y, w, h) = (";
-    for (size_t at = 0; (at = daemonOut.find(key, at)) != std::string::npos; at += key.size()) {
-        int x = 0, y = 0, w = 0, h = 0;
-        float score = 0;
-        if (sscanf(daemonOut.c_str() + at + key.size(), "%d, %d, %d, %d), score = %f", &x, &y, &w, &h,
-                   &score) == 5) {
-            boxes.push_back({double(x), double(y), double(w), double(h), score});
+    for (const TakenFrame &f : logs::parse_daemon_log(daemonOut).frames) {
+        for (const logs::Box &b : f.faces) {
+            boxes.push_back({double(b.x), double(b.y), double(b.w), double(b.h), b.score});
         }
     }
     return boxes;
@@ -536,29 +482,29 @@ TEST_P(FramingTest, ScenariosAreFramedAsThePeopleMove) {
                  {"two_crossing", 1, -960, 960, false, false}};
     for (const auto &c : cases) {
         load(c.scenario);
-        const std::vector<FrameTrace> frames = run_clip();
-        const std::vector<FrameTrace> moves = traced_moves(frames);
+        const std::vector<TakenFrame> frames = run_clip();
+        const std::vector<TakenFrame> moves = traced_moves(frames);
         ASSERT_GE(moves.size(), c.minMoves) << c.scenario;
-        EXPECT_TRUE(moves[0].move.pan >= c.firstPanMin && moves[0].move.pan <= c.firstPanMax)
-            << c.scenario << ": " << to_string(moves[0].move);
+        EXPECT_TRUE(moves[0].pan >= c.firstPanMin && moves[0].pan <= c.firstPanMax)
+            << c.scenario << ": " << to_string(move_of(moves[0]));
         for (size_t i = 0; i < moves.size(); ++i) {
             std::string why;
             bool framed = false;
             for (int person = 0; person < 2; ++person) {
                 const scenario::FaceTruth *face = face_of(clip_, moves[i].frameNumber - 1, person);
-                framed = framed || (face != nullptr && frames_face(moves[i].move, *face, &why));
+                framed = framed || (face != nullptr && frames_face(move_of(moves[i]), *face, &why));
             }
             EXPECT_TRUE(framed) << c.scenario << ", move on frame " << moves[i].frameNumber - 1 << ": "
                                 << why;
             if (c.rightward && i > 0) {
-                EXPECT_GT(moves[i].move.pan, moves[i - 1].move.pan) << c.scenario << ", move " << i;
+                EXPECT_GT(moves[i].pan, moves[i - 1].pan) << c.scenario << ", move " << i;
             }
         }
         int emptyRun = 0;
-        for (const FrameTrace &f : frames) {
+        for (const TakenFrame &f : frames) {
             EXPECT_LE(f.faceNum, 2) << c.scenario << ", frame " << f.frameNumber;
             emptyRun = f.faceNum == 0 ? emptyRun + 1 : 0;
-            const bool fullView = f.panTiltSends > 0 && !f.tracedMove;
+            const bool fullView = pan_tilt_sends(f) > 0 && !f.moved;
             EXPECT_EQ(fullView, emptyRun == 11)
                 << c.scenario << ", frame " << f.frameNumber << ", " << emptyRun << " without a face";
             emptyRun = fullView ? 0 : emptyRun;
@@ -626,9 +572,9 @@ TEST_P(FramingTest, CrowdPhotoNeverReachesMoreThanTenFacesAndKeepsAnalysing) {
     ASSERT_TRUE(daemon->wait_for_output("--------------frameNumber = 40-", kRunLimit)) << daemon->err();
     stop_daemon_and_sim(*daemon);
 
-    const std::vector<FrameTrace> frames = frame_traces(daemon->out());
+    const std::vector<TakenFrame> frames = logs::parse_daemon_log(daemon->out()).frames;
     int analysed = 0, maxFaces = 0;
-    for (const FrameTrace &f : frames) {
+    for (const TakenFrame &f : frames) {
         if (f.faceNum >= 0) {
             ++analysed;
             maxFaces = std::max(maxFaces, f.faceNum);
@@ -663,10 +609,10 @@ TEST_F(FramingRun, CameraBuildUnderQemuFindsAndSendsWhatThePcBuildDoes) {
     // Short: qemu runs the network some twenty times slower.
     load("enter", 48);
     std::vector<std::vector<std::array<double, 5>>> boxes;
-    std::vector<std::vector<std::string>> sent;
+    std::vector<std::vector<std::vector<uint8_t>>> sent;
     for (const std::string &daemon : {std::string(), arm}) {
         armDaemon_ = daemon;
-        const std::vector<FrameTrace> frames = run_clip();
+        const std::vector<TakenFrame> frames = run_clip();
         EXPECT_FALSE(traced_moves(frames).empty()) << (daemon.empty() ? "PC" : "ARM") << " build never moved";
         boxes.push_back(face_boxes(out_));
         sent.push_back(received_packets(sim_log()));
@@ -705,7 +651,7 @@ TEST_F(FramingRun, CameraConfigurationUnderQemuSendsWhatTheArmBuildDoesAndRecord
     load("enter", 48);
     armDaemon_ = arm;
     run_clip();
-    const std::vector<std::string> armSent = received_packets(sim_log());
+    const std::vector<std::vector<uint8_t>> armSent = received_packets(sim_log());
     const std::vector<std::array<double, 5>> armBoxes = face_boxes(out_);
     armDaemon_.clear();
     cameraQemu_ = true;
@@ -756,7 +702,7 @@ TEST_F(FramingRun, CameraPaceTakesOneFrameInSixAndRepeatsItself) {
     pace_ = "camera";
     frameCostMs_ = "200";
     std::vector<std::string> frameLogs;
-    std::vector<std::vector<std::string>> packets;
+    std::vector<std::vector<std::vector<uint8_t>>> packets;
     for (int run = 0; run < 2; ++run) {
         run_clip();
         frameLogs.push_back(read_file(frameLog_));

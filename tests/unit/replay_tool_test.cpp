@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "framing_score.h"
-#include "replay_log.h"
+#include "replay_logs.h"
 #include "replay_report.h"
 #include "truth_file.h"
 
@@ -65,7 +65,7 @@ ScoreFrame at(long index, double seconds, double pan, double width) {
 }  // namespace
 
 TEST(ReplayDaemonLog, ReadsWarmUpAnalysedAndMovingFramesBetweenOtherThreadsLines) {
-    std::string out = "faceDet starting!\n";
+    std::string out = "faceDet starting!\n(QMT_Video_Stream_Start 2580)exec function pass\n";
     for (int n = 1; n <= 9; ++n) {
         out += frame_header(n);
     }
@@ -99,6 +99,9 @@ TEST(ReplayDaemonLog, ReadsWarmUpAnalysedAndMovingFramesBetweenOtherThreadsLines
                                 m.zoom, m.invokeMs, m.allMs, m.autogammaMs}),
               (std::vector<int>{1, 180, 60, 727, 830, -122, 0, 1475, 9, 11, 1}));
     EXPECT_EQ(m.decisionTrace, "******** change_z = 1, abs > 0.4 ***********");
+    EXPECT_EQ(m.sends, (std::vector<int>{0}));
+    EXPECT_FLOAT_EQ(m.faces[0].score, 0.981234f);
+    EXPECT_TRUE(log.streamStarted);
     const TakenFrame &f = log.frames[10];
     EXPECT_TRUE(f.framingRan);
     EXPECT_EQ(f.faceNum, 0);
@@ -120,6 +123,13 @@ TEST(ReplayDaemonLog, ReadsWarmUpAnalysedAndMovingFramesBetweenOtherThreadsLines
     ASSERT_EQ(streamed.size(), log.frames.size());
     EXPECT_EQ(streamed[9].zoom, 1475);
     EXPECT_EQ(streamed[10].faceNum, 0);
+
+    // A camera's rotated log begins inside a frame: it is read from the first whole one.
+    const std::string all = out + moving + faceless;
+    const DaemonLog cut = parse_daemon_log(all.substr(all.find("abs > 0.4")));
+    ASSERT_EQ(cut.frames.size(), 1u);
+    EXPECT_EQ(cut.frames[0].frameNumber, 11);
+    EXPECT_FALSE(cut.streamStarted);
 }
 
 TEST(ReplayTruth, BadFilesAreRefusedNamingTheLine) {

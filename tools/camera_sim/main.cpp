@@ -8,7 +8,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -20,13 +19,16 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 
 #include <nlohmann/json.hpp>
 
+#include "dbgout/runtime_env.h"
 #include "json_number.h"
 #include "sim_protocol.h"
 #include "sim_ptz.h"
+#include "source_clock.h"
 #include "tool_cli.h"
 
 namespace {
@@ -39,41 +41,20 @@ int64_t now_us() {
     return static_cast<int64_t>(ts.tv_sec) * 1000000 + ts.tv_nsec / 1000;
 }
 
-// The source time a lockstep host platform publishes: a 64-bit count of
-// microseconds at the start of the file. 0 until the file exists.
-class SourceClock {
+// The wall clock, or the source time a lockstep or camera-paced host
+// platform publishes (0 until the daemon has made its file).
+class SimClock {
   public:
-    ~SourceClock() {
-        if (word_) {
-            munmap(const_cast<uint64_t *>(word_), sizeof *word_);
+    explicit SimClock(const std::string &path) {
+        if (!path.empty()) {
+            source_ = std::make_unique<host::ClockFileReader>(path);
         }
     }
-    void follow(const std::string &path) { path_ = path; }
-    bool following() const { return !path_.empty(); }
-    int64_t now_us() {
-        if (!word_ && !map()) {
-            return 0;
-        }
-        return static_cast<int64_t>(__atomic_load_n(word_, __ATOMIC_ACQUIRE));
-    }
+    bool following() const { return source_ != nullptr; }
+    int64_t now_us() { return source_ ? static_cast<int64_t>(source_->now_us()) : ::now_us(); }
 
   private:
-    bool map() {
-        const int fd = open(path_.c_str(), O_RDONLY | O_CLOEXEC);
-        struct stat st;
-        if (fd < 0 || fstat(fd, &st) != 0 || st.st_size < static_cast<off_t>(sizeof *word_)) {
-            if (fd >= 0) {
-                close(fd);
-            }
-            return false;  // the daemon has not started yet
-        }
-        void *page = mmap(nullptr, sizeof *word_, PROT_READ, MAP_SHARED, fd, 0);
-        close(fd);
-        word_ = page == MAP_FAILED ? nullptr : static_cast<const uint64_t *>(page);
-        return word_ != nullptr;
-    }
-    std::string path_;
-    const uint64_t *word_ = nullptr;
+    std::unique_ptr<host::ClockFileReader> source_;
 };
 
 struct Options {
@@ -85,8 +66,7 @@ struct Options {
 
 // -1 to run, else the exit status.
 int parse_options(int argc, char **argv, Options *options) {
-    const char *env = getenv("FACEDET_RUNTIME_DIR");
-    options->runtimeDir = env && *env ? env : "/dev";
+    options->runtimeDir = runtime_dir();
     CLI::App app{
         "Answers VISCA packets on DIR/featureCamera_addr.socket as the camera's\n"
         "control process and moves a virtual pan-tilt-zoom head.",
@@ -109,13 +89,13 @@ int parse_options(int argc, char **argv, Options *options) {
 
 class Simulator {
   public:
-    Simulator(int fd, FILE *log, SourceClock *clock) : fd_(fd), log_(log), clock_(clock) {
+    Simulator(int fd, FILE *log, SimClock *clock) : fd_(fd), log_(log), clock_(clock) {
         lastAdvance_ = now();
         tickTime_ = lastAdvance_;
     }
 
     // The simulation's time: the wall clock, or the followed source time.
-    int64_t now() const { return clock_->following() ? clock_->now_us() : now_us(); }
+    int64_t now() const { return clock_->now_us(); }
 
     void log_line(const nlohmann::ordered_json &line) {
         if (log_) {
@@ -232,7 +212,7 @@ class Simulator {
   private:
     int fd_;
     FILE *log_;
-    SourceClock *clock_;
+    SimClock *clock_;
     SimPtz ptz_;
     int64_t lastAdvance_ = 0;
     // Every line of one wake-up carries the time the head was moved to, so
@@ -277,10 +257,7 @@ int main(int argc, char **argv) {
 
     tool_cli::stop_on_signals();
 
-    SourceClock clock;
-    if (!options.clockPath.empty()) {
-        clock.follow(options.clockPath);
-    }
+    SimClock clock(options.clockPath);
     Simulator sim(fd, log, &clock);
     nlohmann::ordered_json start = sim.stamp("start");
     start["socket"] = path;

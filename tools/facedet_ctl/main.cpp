@@ -2,17 +2,14 @@
  * facedet_ctl: switches auto framing of a running faceDet by sending the two
  * control bytes to its control socket.
  */
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 #include <vector>
 
+#include "control.h"
+#include "dbgout/runtime_env.h"
 #include "tool_cli.h"
 
 namespace {
@@ -35,8 +32,7 @@ bool parse_byte(const char *text, uint8_t *value) {
 }  // namespace
 
 int main(int argc, char **argv) {
-    const char *env = getenv("FACEDET_RUNTIME_DIR");
-    std::string runtimeDir = env && *env ? env : "/dev";
+    std::string runtimeDir = runtime_dir();
     std::vector<std::string> words;
     CLI::App app{"Sends two bytes to faceDet's control socket, as the camera's own processes do.",
                  "facedet_ctl"};
@@ -57,13 +53,7 @@ int main(int argc, char **argv) {
     }
 
     uint8_t bytes[2] = {0x01, 0x00};
-    if (words.size() == 1 && words[0] == "run") {
-        bytes[1] = 0x01;
-    } else if (words.size() == 1 && words[0] == "stop") {
-        bytes[1] = 0x00;
-    } else if (words.size() == 1 && words[0] == "off") {
-        bytes[1] = 0x02;
-    } else if (words.size() == 2) {
+    if (words.size() == 2) {
         for (int i = 0; i < 2; ++i) {
             if (!parse_byte(words[i].c_str(), &bytes[i])) {
                 return tool_cli::usage_error(app,
@@ -72,34 +62,15 @@ int main(int argc, char **argv) {
         }
     } else if (words.empty()) {
         return tool_cli::usage_error(app, "say run, stop, off or two bytes (try --help)");
-    } else {
+    } else if (words.size() != 1 || !control_bytes(words[0], bytes)) {
         return tool_cli::usage_error(app, "unknown command '" + words[0] + "' (try --help)");
     }
 
-    const std::string path = runtimeDir + "/sin_addr.socket";
-    sockaddr_un address;
-    memset(&address, 0, sizeof address);
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path) {
-        fprintf(stderr, "facedet_ctl: socket path too long: %s\n", path.c_str());
+    std::string error;
+    if (!send_control(runtimeDir, bytes, &error)) {
+        fprintf(stderr, "facedet_ctl: %s\n", error.c_str());
         return 1;
     }
-    memcpy(address.sun_path, path.c_str(), path.size() + 1);
-
-    int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
-    if (fd < 0) {
-        fprintf(stderr, "facedet_ctl: cannot create a socket: %s\n", strerror(errno));
-        return 1;
-    }
-    if (sendto(fd, bytes, sizeof bytes, 0, reinterpret_cast<const sockaddr *>(&address), sizeof address) !=
-        static_cast<ssize_t>(sizeof bytes)) {
-        const int error = errno;
-        fprintf(stderr, "facedet_ctl: cannot send to %s: %s%s\n", path.c_str(), strerror(error),
-                error == ENOENT || error == ECONNREFUSED ? " (is faceDet running there?)" : "");
-        close(fd);
-        return 1;
-    }
-    close(fd);
-    printf("sent 0x%02x 0x%02x to %s\n", bytes[0], bytes[1], path.c_str());
+    printf("sent 0x%02x 0x%02x to %s/sin_addr.socket\n", bytes[0], bytes[1], runtimeDir.c_str());
     return 0;
 }

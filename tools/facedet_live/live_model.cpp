@@ -42,12 +42,12 @@ LiveModel::LiveModel(std::string source, double frameCostMs)
 
 void LiveModel::daemon_line(const std::string &line) {
     daemon_.line(line);
-    for (const replay::TakenFrame &frame : daemon_.take_completed()) {
+    for (const logs::TakenFrame &frame : daemon_.take_completed()) {
         take(frame);
     }
 }
 
-void LiveModel::take(const replay::TakenFrame &frame) {
+void LiveModel::take(const logs::TakenFrame &frame) {
     replay::update_overlay(overlay_, frame);
     // The n-th frame of the daemon's log is the n-th taken one of the frame
     // log, which the platform writes first.
@@ -75,8 +75,8 @@ void LiveModel::take(const replay::TakenFrame &frame) {
 }
 
 void LiveModel::frame_line(const std::string &line) {
-    replay::FrameLogEntry entry;
-    if (replay::parse_frame_line(line, &entry) && entry.taken) {
+    logs::FrameLogEntry entry;
+    if (logs::parse_frame_line(line, &entry) && entry.taken) {
         ++framesTaken_;
         takenSources_.push_back(entry.sourceIndex);
         if (takenSources_.size() > kRememberedFrames) {
@@ -91,8 +91,8 @@ bool LiveModel::analysed_source(uint64_t *sourceIndex) const {
 }
 
 void LiveModel::sim_line(const std::string &line) {
-    replay::SimLog log;
-    replay::parse_sim_line(line, &log);
+    logs::SimLog log;
+    logs::parse_sim_line(line, &log);
     if (!log.states.empty()) {
         camera_ = log.states.back();
     }
@@ -140,14 +140,14 @@ std::string LiveModel::status_json() const {
     j["analysed_fps"] =
         recentAllMs_.empty()
             ? nlohmann::ordered_json()
-            : nlohmann::ordered_json(printf_rounded(replay::analysed_fps_of(recentAllMs_.size(), allMs), 2));
+            : nlohmann::ordered_json(printf_rounded(logs::analysed_fps_of(recentAllMs_.size(), allMs), 2));
     j["faces"] = overlay_.faces.size();
     // The daemon reports its command every pass; until it has since a send,
     // the command sent is the one in force.
-    const replay::Mode mode = daemon_.mode();
+    const logs::Mode mode = daemon_.mode();
     j["command"] = !pendingCommand_.empty() && mode == modeAtSend_ && !exited_ ? pendingCommand_
-                   : mode == replay::Mode::Unknown                             ? std::string("stop")
-                                                                               : replay::mode_name(mode);
+                   : mode == logs::Mode::Unknown                               ? std::string("stop")
+                                                                               : logs::mode_name(mode);
     j["camera"] = {{"pan", printf_rounded(camera_.pan, 1)},
                    {"tilt", printf_rounded(camera_.tilt, 1)},
                    {"width", printf_rounded(camera_.width, 1)},

@@ -17,7 +17,7 @@
 #include <string>
 
 #include "frame_picture.h"
-#include "replay_log.h"
+#include "replay_logs.h"
 
 namespace live {
 
@@ -61,20 +61,20 @@ class LiveModel {
     // The source frame the overlay's faces were found in; false before the
     // first analysed frame, or while auto framing does not run.
     bool analysed_source(uint64_t *sourceIndex) const;
-    const replay::SimState &camera() const { return camera_; }
+    const logs::SimState &camera() const { return camera_; }
     bool daemon_ended() const { return exited_; }
 
     std::string status_json() const;
     std::string timeline_json(double nowS) const;
 
   private:
-    void take(const replay::TakenFrame &frame);
+    void take(const logs::TakenFrame &frame);
 
     std::string source_;
     double frameCostMs_;
-    replay::DaemonLogReader daemon_;
+    logs::DaemonLogReader daemon_;
     replay::Overlay overlay_;
-    replay::SimState camera_;
+    logs::SimState camera_;
     long framesTaken_ = 0, framesAnalysed_ = 0;
     long framesCompleted_ = 0;           // the daemon's frames read whole, in the order taken
     std::deque<uint64_t> takenSources_;  // source index of the last taken frames, oldest first
@@ -82,7 +82,7 @@ class LiveModel {
     uint64_t analysedSource_ = 0;
     std::deque<double> recentAllMs_;  // "all" stage times of the last analysed frames
     std::string pendingCommand_;      // sent, not yet reported by the daemon
-    replay::Mode modeAtSend_ = replay::Mode::Unknown;
+    logs::Mode modeAtSend_ = logs::Mode::Unknown;
     // The last frame that moved the camera or sent it to the full view, whose
     // framing the overlay holds.
     int decisionFrame_ = 0;

@@ -24,18 +24,18 @@ bool LivePicture::newer_frame() {
         recent_.pop_front();
     }
     const cv::Mat nv12(frame_.height * 3 / 2, frame_.width, CV_8UC1, frame_.nv12.data());
-    if (frame_.width == replay::kFrameWidth && frame_.height == replay::kFrameHeight) {
+    if (frame_.width == logs::kFrameWidth && frame_.height == logs::kFrameHeight) {
         cv::cvtColor(nv12, r.bgr, cv::COLOR_YUV2BGR_NV12);
     } else {
         cv::Mat bgr;
         cv::cvtColor(nv12, bgr, cv::COLOR_YUV2BGR_NV12);
-        cv::resize(bgr, r.bgr, cv::Size(replay::kFrameWidth, replay::kFrameHeight));
+        cv::resize(bgr, r.bgr, cv::Size(logs::kFrameWidth, logs::kFrameHeight));
     }
     recent_.push_back(std::move(r));
     return true;
 }
 
-std::vector<unsigned char> LivePicture::render(const replay::Overlay &overlay, const replay::SimState &camera,
+std::vector<unsigned char> LivePicture::render(const replay::Overlay &overlay, const logs::SimState &camera,
                                                const uint64_t *analysedSource) {
     cv::Mat picture;
     if (recent_.empty()) {
@@ -54,7 +54,7 @@ std::vector<unsigned char> LivePicture::render(const replay::Overlay &overlay, c
             }
         }
         const Recent &left = analysed != nullptr ? *analysed : newest;
-        replay::FrameLogEntry entry;
+        logs::FrameLogEntry entry;
         entry.sourceIndex = left.sourceIndex;
         picture = replay::draw_frame(left.bgr, entry, analysed != nullptr ? "analysed" : "newest", overlay,
                                      camera, &newest.bgr);

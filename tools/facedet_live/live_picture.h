@@ -29,7 +29,7 @@ class LivePicture {
     // The picture as a JPEG: the analysed frame `analysedSource` (when given
     // and still recent; one read a frame or two before it otherwise) with the overlay, beside the camera's
     // view of the newest frame; before the first frame, a card that says what is awaited.
-    std::vector<unsigned char> render(const replay::Overlay &overlay, const replay::SimState &camera,
+    std::vector<unsigned char> render(const replay::Overlay &overlay, const logs::SimState &camera,
                                       const uint64_t *analysedSource);
 
   private:

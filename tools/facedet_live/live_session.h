@@ -12,8 +12,7 @@
 #include <memory>
 #include <string>
 
-#include "child_process.h"
-#include "run_folder.h"
+#include "session.h"
 
 namespace live {
 
@@ -38,17 +37,16 @@ class LiveSession {
     bool start(const SessionOptions &options, std::string *error);
     // "run", "stop" or "off" to the daemon's control endpoint; false when the
     // datagram could not be sent (no daemon listening).
-    bool send_command(const std::string &command) const;
-    ChildProcess &daemon() { return *daemon_; }
+    bool send_command(const std::string &command) const { return session_.send_control(command); }
+    ChildProcess &daemon() { return *session_.daemon(); }
     // Ends every process (SIGTERM, SIGKILL for any still there after the
     // grace), removes the runtime folder and the segment. Within about 3 s.
     void stop();
 
-    std::string path(const char *name) const { return folder_.path(name); }
+    std::string path(const char *name) const { return session_.path(name); }
 
   private:
-    RunFolder folder_;
-    std::unique_ptr<ChildProcess> sim_, daemon_, gamma_;
+    Session session_;
 };
 
 // Whether a source is a device that delivers frames by itself (and cannot loop).

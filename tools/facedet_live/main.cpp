@@ -141,9 +141,8 @@ int main(int argc, char **argv) {
     ChildProcess &daemon = session.daemon();
     eventually(
         [&] {
-            return daemon.out().find("(QMT_Video_Stream_Start 2580)exec function pass") !=
-                       std::string::npos ||
-                   daemon.poll() || tool_cli::stop_requested();
+            return logs::parse_daemon_log(daemon.out()).streamStarted || daemon.poll() ||
+                   tool_cli::stop_requested();
         },
         std::chrono::seconds(10));
     if (daemon.poll()) {
@@ -179,7 +178,7 @@ int main(int argc, char **argv) {
         const bool draw =
             (since >= std::chrono::milliseconds(66) && newer) || since >= std::chrono::seconds(1);
         replay::Overlay overlay;
-        replay::SimState camera;
+        logs::SimState camera;
         uint64_t analysedSource = 0;
         bool analysed = false;
         {

@@ -12,7 +12,7 @@
 
 #include <opencv2/core.hpp>
 
-#include "replay_log.h"
+#include "replay_logs.h"
 
 namespace replay {
 

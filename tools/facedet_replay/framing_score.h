@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "replay_log.h"
+#include "replay_logs.h"
 #include "truth_file.h"
 
 namespace replay {

@@ -9,7 +9,7 @@
 #include <opencv2/core.hpp>
 
 #include "framing_score.h"
-#include "replay_log.h"
+#include "replay_logs.h"
 
 namespace replay {
 

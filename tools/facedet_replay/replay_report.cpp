@@ -2,6 +2,12 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <stdexcept>
+
+#include <nlohmann/json.hpp>
+
+#include "page_template.h"
+#include "report_page.h"
 
 namespace replay {
 
@@ -15,42 +21,7 @@ std::string fmt(const char *format, double value) {
     return text;
 }
 
-std::string spread_row(const char *name, const Spread &s) {
-    if (s.count == 0) {
-        return std::string("<tr><td>") + name + "</td><td colspan=\"3\">no lines</td></tr>\n";
-    }
-    return std::string("<tr><td>") + name + "</td><td>" + fmt("%.1f", s.median) + "</td><td>" +
-           fmt("%.1f", s.p95) + "</td><td>" + fmt("%.0f", s.max) + "</td></tr>\n";
-}
-
-std::string row(const std::string &name, const std::string &value) {
-    return "<tr><th>" + html_escape(name) + "</th><td>" + html_escape(value) + "</td></tr>\n";
-}
-
 }  // namespace
-
-std::string html_escape(const std::string &text) {
-    std::string out;
-    for (char c : text) {
-        switch (c) {
-            case '&':
-                out += "&amp;";
-                break;
-            case '<':
-                out += "&lt;";
-                break;
-            case '>':
-                out += "&gt;";
-                break;
-            case '"':
-                out += "&quot;";
-                break;
-            default:
-                out += c;
-        }
-    }
-    return out;
-}
 
 std::vector<int64_t> taken_frame_times(const DaemonLog &daemon, const std::vector<FrameLogEntry> &frames) {
     std::vector<int64_t> times(daemon.frames.size(), -1);
@@ -158,133 +129,112 @@ Summary summarise(const RunInfo &run, const DaemonLog &daemon, const std::vector
 
 std::string report_html(const Summary &s, bool haveVideo, bool haveTimeline) {
     const RunInfo &r = s.run;
-    // One self-contained page: inline style only, opened from the file system.
-    std::string h =
-        "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
-        "<title>faceDet replay</title>\n<style>\n"
-        "body{font-family:sans-serif;margin:1em;background:#fafafa;color:#222}\n"
-        "table{border-collapse:collapse;margin:0.5em 0}\n"
-        "td,th{border:1px solid #bbb;padding:2px 8px;text-align:left}\n"
-        ".bad{color:#b00;font-weight:bold}.good{color:#070;font-weight:bold}\n"
-        "</style>\n</head>\n<body>\n<h1>faceDet replay</h1>\n";
-    h += "<p id=\"status\" class=\"" + std::string(r.complete ? "good" : "bad") + "\">" +
-         (r.complete ? "complete" : "incomplete") + ": " + html_escape(r.reason) + "</p>\n";
-    for (const std::string &note : r.notes) {
-        h += "<p class=\"note\">" + html_escape(note) + "</p>\n";
-    }
-    if (s.framingFrames > 0 && s.framesWithFaces == 0) {
-        h += "<p id=\"noface\" class=\"bad\">No face was found in any analysed frame.</p>\n";
-    }
-    h += "<h2>Replay</h2>\n";
-    if (haveVideo) {
-        h += "<p>Left: the full view with the faces (red), the chosen person (green) and the framing the "
-             "daemon sent (blue). Right: the simulated camera's picture.</p>\n"
-             "<video id=\"replay\" src=\"replay.mp4\" controls width=\"1280\"></video>\n"
-             "<p><a href=\"replay.mp4\">replay.mp4</a></p>\n";
-    } else {
-        h += "<p class=\"bad\">No video: no frame was delivered.</p>\n";
-    }
-    h += "<h2>Timeline</h2>\n";
-    if (haveTimeline) {
-        h += "<img id=\"timeline\" src=\"timeline.png\" alt=\"pan, tilt, zoom and faces over time\">\n";
-    } else {
-        h += "<p class=\"bad\">No timeline: nothing to draw.</p>\n";
-    }
+    nlohmann::ordered_json page;
+    page["statusClass"] = r.complete ? "good" : "bad";
+    page["status"] = r.complete ? "complete" : "incomplete";
+    page["reason"] = r.reason;
+    page["notes"] = r.notes;
+    page["noFace"] = s.framingFrames > 0 && s.framesWithFaces == 0;
+    page["video"] = haveVideo;
+    page["timeline"] = haveTimeline;
 
-    h += "<h2>Run</h2>\n<table id=\"run\">\n";
-    h += row("source", r.source);
-    h += row("pace", r.pace +
-                         (s.frameCostMs < 0
-                              ? std::string()
-                              : fmt(", %.1f ms of the camera's time per analysed frame", s.frameCostMs)) +
-                         (r.seconds > 0 ? fmt(", looped for %.1f s", r.seconds) : ", clip once"));
-    h += row("face detector", s.engine.empty() ? std::string("not reported by the daemon")
-                                               : s.engine + " engine, model " + s.model);
-    h += row("daemon exit status", std::to_string(r.daemonExit));
-    h += row("frames delivered", std::to_string(s.delivered));
-    h += row("frames taken",
-             std::to_string(s.taken) + " (" + std::to_string(s.takenInDaemonLog) + " in the daemon's log)");
-    h += row("frames dropped", std::to_string(s.dropped));
-    h += row("frames analysed", std::to_string(s.analysed) + " (" + std::to_string(s.framingFrames) +
-                                    " with auto framing running)");
-    h += row("analysed frames per second",
-             s.analysedFps < 0 ? std::string("no frame analysed") : fmt("%.2f", s.analysedFps));
-    h += row("duration", fmt("%.2f s", s.durationSeconds));
-    h += row("faces per frame", fmt("mean %.2f", s.facesMean) + ", max " + std::to_string(s.facesMax));
-    h += row("moves sent", std::to_string(s.moves) + fmt(" (%.1f per minute)", s.movesPerMinute));
-    h += row("time to first move",
-             s.firstMoveSeconds < 0 ? std::string("no move") : fmt("%.2f s", s.firstMoveSeconds));
-    h += row("full-view resets (no face)", std::to_string(s.resets));
-    h += row("full views while stopped", std::to_string(s.stopFullViews));
-    h += row("camera packets",
-             std::to_string(s.simPackets) + " (" + std::to_string(s.simBadPackets) + " malformed)");
-    h += "</table>\n";
+    nlohmann::ordered_json run = nlohmann::ordered_json::array();
+    auto add = [](nlohmann::ordered_json &rows, const std::string &name, const std::string &value) {
+        rows.push_back({{"name", name}, {"value", value}});
+    };
+    add(run, "source", r.source);
+    add(run, "pace",
+        r.pace +
+            (s.frameCostMs < 0 ? std::string()
+                               : fmt(", %.1f ms of the camera's time per analysed frame", s.frameCostMs)) +
+            (r.seconds > 0 ? fmt(", looped for %.1f s", r.seconds) : ", clip once"));
+    add(run, "face detector",
+        s.engine.empty() ? std::string("not reported by the daemon")
+                         : s.engine + " engine, model " + s.model);
+    add(run, "daemon exit status", std::to_string(r.daemonExit));
+    add(run, "frames delivered", std::to_string(s.delivered));
+    add(run, "frames taken",
+        std::to_string(s.taken) + " (" + std::to_string(s.takenInDaemonLog) + " in the daemon's log)");
+    add(run, "frames dropped", std::to_string(s.dropped));
+    add(run, "frames analysed",
+        std::to_string(s.analysed) + " (" + std::to_string(s.framingFrames) + " with auto framing running)");
+    add(run, "analysed frames per second",
+        s.analysedFps < 0 ? std::string("no frame analysed") : fmt("%.2f", s.analysedFps));
+    add(run, "duration", fmt("%.2f s", s.durationSeconds));
+    add(run, "faces per frame", fmt("mean %.2f", s.facesMean) + ", max " + std::to_string(s.facesMax));
+    add(run, "moves sent", std::to_string(s.moves) + fmt(" (%.1f per minute)", s.movesPerMinute));
+    add(run, "time to first move",
+        s.firstMoveSeconds < 0 ? std::string("no move") : fmt("%.2f s", s.firstMoveSeconds));
+    add(run, "full-view resets (no face)", std::to_string(s.resets));
+    add(run, "full views while stopped", std::to_string(s.stopFullViews));
+    add(run, "camera packets",
+        std::to_string(s.simPackets) + " (" + std::to_string(s.simBadPackets) + " malformed)");
+    page["run"] = run;
 
-    h += "<h3>Faces per analysed frame</h3>\n<table id=\"faces\">\n<tr><th>faces</th>";
     for (size_t i = 0; i < s.faceHistogram.size(); ++i) {
-        h += "<th>" + std::to_string(i) + (i + 1 == s.faceHistogram.size() ? "+" : "") + "</th>";
+        page["faceCounts"].push_back(
+            {{"faces", std::to_string(i) + (i + 1 == s.faceHistogram.size() ? "+" : "")},
+             {"frames", std::to_string(s.faceHistogram[i])}});
     }
-    h += "</tr>\n<tr><th>frames</th>";
-    for (int n : s.faceHistogram) {
-        h += "<td>" + std::to_string(n) + "</td>";
+    const std::pair<const char *, const Spread *> stages[] = {{"get frame", &s.getFrame},
+                                                              {"autogamma", &s.autogamma},
+                                                              {"invoke", &s.invoke},
+                                                              {"strategies", &s.strategies},
+                                                              {"all", &s.all}};
+    for (const auto &[name, spread] : stages) {
+        nlohmann::ordered_json stage = {{"name", name}, {"lines", false}};
+        if (spread->count > 0) {
+            stage["lines"] = {{"median", fmt("%.1f", spread->median)},
+                              {"p95", fmt("%.1f", spread->p95)},
+                              {"max", fmt("%.0f", spread->max)}};
+        }
+        page["stages"].push_back(stage);
     }
-    h += "</tr>\n</table>\n";
-
-    h += "<h3>Stage times (ms)</h3>\n<table id=\"stages\">\n"
-         "<tr><th>stage</th><th>median</th><th>95th percentile</th><th>max</th></tr>\n";
-    h += spread_row("get frame", s.getFrame);
-    h += spread_row("autogamma", s.autogamma);
-    h += spread_row("invoke", s.invoke);
-    h += spread_row("strategies", s.strategies);
-    h += spread_row("all", s.all);
-    h += "</table>\n";
 
     if (!s.truthFile.empty()) {
         const FramingScore &t = s.truth;
         auto cell = [](const std::optional<double> &v, const char *format, double scale) {
             return v ? fmt(format, *v * scale) : std::string("no data");
         };
-        h += "<h3>Framing against the true faces</h3>\n<table id=\"truth\">\n";
-        h += row("truth file", s.truthFile);
-        h += row("frames scored", std::to_string(t.framesScored) + " (" + std::to_string(t.framesWithPerson) +
-                                      " with a person)");
-        h += row("followed face wholly in view", cell(t.faceInView, "%.1f %%", 100));
-        h += row("... and in the middle third", cell(t.faceInCentreThird, "%.1f %%", 100));
-        h += row("face centre from view centre (share of view width)",
-                 "median " + cell(t.centreOffsetMedian, "%.3f", 1) + ", 95th percentile " +
-                     cell(t.centreOffsetP95, "%.3f", 1));
-        h += row("face height (share of view height)", "median " + cell(t.faceHeightMedian, "%.3f", 1) +
-                                                           ", 95th percentile " +
-                                                           cell(t.faceHeightP95, "%.3f", 1));
-        h += row("moves per minute", cell(t.movesPerMinute, "%.1f", 1));
-        h += row("moves reversing the previous one", cell(t.reversalShare, "%.1f %%", 100));
-        h += row("person entering to framed (median)", cell(t.entryToFrameS, "%.2f s", 1));
-        h += row("last person leaving to full view (median)", cell(t.exitToFullViewS, "%.2f s", 1));
-        h += row("followed person changes per minute", cell(t.targetChangesPerMinute, "%.1f", 1));
-        h += "</table>\n";
+        nlohmann::ordered_json rows = nlohmann::ordered_json::array();
+        add(rows, "truth file", s.truthFile);
+        add(rows, "frames scored",
+            std::to_string(t.framesScored) + " (" + std::to_string(t.framesWithPerson) + " with a person)");
+        add(rows, "followed face wholly in view", cell(t.faceInView, "%.1f %%", 100));
+        add(rows, "... and in the middle third", cell(t.faceInCentreThird, "%.1f %%", 100));
+        add(rows, "face centre from view centre (share of view width)",
+            "median " + cell(t.centreOffsetMedian, "%.3f", 1) + ", 95th percentile " +
+                cell(t.centreOffsetP95, "%.3f", 1));
+        add(rows, "face height (share of view height)",
+            "median " + cell(t.faceHeightMedian, "%.3f", 1) + ", 95th percentile " +
+                cell(t.faceHeightP95, "%.3f", 1));
+        add(rows, "moves per minute", cell(t.movesPerMinute, "%.1f", 1));
+        add(rows, "moves reversing the previous one", cell(t.reversalShare, "%.1f %%", 100));
+        add(rows, "person entering to framed (median)", cell(t.entryToFrameS, "%.2f s", 1));
+        add(rows, "last person leaving to full view (median)", cell(t.exitToFullViewS, "%.2f s", 1));
+        add(rows, "followed person changes per minute", cell(t.targetChangesPerMinute, "%.1f", 1));
+        page["truth"] = {{"rows", rows}};
     }
 
-    h += "<h3>Gamma</h3>\n";
-    if (!r.gammaAsked) {
-        h += "<p>gamma_peer was not asked for (--gamma).</p>\n";
-    } else if (s.gamma.empty()) {
-        h += "<p>" + html_escape(r.gammaStatus) + "; no answers.</p>\n";
-    } else {
-        h +=
-            "<table id=\"gamma\">\n<tr><th>answer</th><th>valid</th><th>mean</th><th>std dev</th><th>p50</th>"
-            "<th>curve</th></tr>\n";
-        for (const GammaAnswer &a : s.gamma) {
-            h += "<tr><td>" + std::to_string(a.answer) + "</td><td>" + std::to_string(a.valid) + "</td><td>" +
-                 std::to_string(a.mean) + "</td><td>" + std::to_string(a.stdDev) + "</td><td>" +
-                 std::to_string(a.p50) + "</td><td>" + (a.accepted ? "accepted" : "rejected") +
-                 "</td></tr>\n";
-        }
-        h += "</table>\n";
+    page["gammaAsked"] = r.gammaAsked;
+    page["gammaStatus"] = r.gammaStatus;
+    page["gammaTable"] = !s.gamma.empty();
+    page["gammaAnswers"] = nlohmann::ordered_json::array();
+    for (const GammaAnswer &a : s.gamma) {
+        page["gammaAnswers"].push_back({{"answer", a.answer},
+                                        {"valid", a.valid},
+                                        {"mean", a.mean},
+                                        {"stdDev", a.stdDev},
+                                        {"p50", a.p50},
+                                        {"curve", a.accepted ? "accepted" : "rejected"}});
     }
-    h +=
-        "<p>Raw logs: <a href=\"logs/\">logs/</a>. Figures: <a href=\"summary.json\">summary.json</a>.</p>\n";
-    h += "</body>\n</html>\n";
-    return h;
+    std::string error;
+    const std::string html = render_page(kReportPage, page, &error);
+    if (html.empty()) {
+        // The template is built into the program: a broken one is caught by the tests.
+        throw std::runtime_error("report template: " + error);
+    }
+    return html;
 }
 
 }  // namespace replay

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "framing_score.h"
-#include "replay_log.h"
+#include "replay_logs.h"
 
 namespace replay {
 
@@ -61,9 +61,6 @@ Summary summarise(const RunInfo &run, const DaemonLog &daemon, const std::vector
 std::string summary_json(const Summary &s);
 // `haveVideo`/`haveTimeline`: whether the pictures were written.
 std::string report_html(const Summary &s, bool haveVideo, bool haveTimeline);
-
-// Text made safe for HTML.
-std::string html_escape(const std::string &text);
 
 }  // namespace replay
 

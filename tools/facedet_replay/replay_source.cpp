@@ -7,7 +7,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "replay_log.h"
+#include "replay_logs.h"
 
 namespace replay {
 

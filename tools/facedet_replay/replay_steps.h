@@ -11,10 +11,9 @@
 #include <string>
 #include <vector>
 
-#include "child_process.h"
 #include "replay_report.h"
 #include "replay_source.h"
-#include "run_folder.h"
+#include "session.h"
 #include "truth_file.h"
 
 namespace replay {
@@ -43,7 +42,7 @@ double seconds_since(Clock::time_point start);
 struct Probe {
     SourceInfo source;
     std::string out, logs;  // absolute: the output folder and its logs/
-    std::string daemonBin, simBin, ctlBin, gammaBin;
+    std::string daemonBin, simBin, gammaBin;
     Truth truth;
     std::string truthPath;  // absolute; empty: the run is not scored
     RunInfo run;            // what is known of the run so far
@@ -53,11 +52,9 @@ struct Probe {
 // prepares the output folder and finds the programs.
 bool probe(const Options &o, Probe *p);
 
-// The processes of a run and where they log.
+// The processes of a run; their logs go into the output folder's logs/.
 struct Launch {
-    RunFolder folder;  // private to the run, removed at its end
-    std::string frameLog, simLog, daemonOut, daemonErr, gammaOut;
-    std::unique_ptr<ChildProcess> sim, daemon;
+    Session session;
     Clock::time_point started;
 };
 

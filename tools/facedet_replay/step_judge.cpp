@@ -18,16 +18,17 @@ std::string whole_seconds(double s) {
 
 Logs judge(const Options &o, const Launch &l, const Supervision &s, RunInfo *run) {
     Logs logs;
-    logs.daemonErr = read_text(l.daemonErr);
-    logs.daemon = parse_daemon_log(read_text(l.daemonOut), logs.daemonErr);
-    logs.frames = parse_frame_log(read_text(l.frameLog));
-    logs.sim = parse_sim_log(read_text(l.simLog));
+    const Session &session = l.session;
+    logs.daemonErr = read_text(session.log("daemon.err"));
+    logs.daemon = parse_daemon_log(read_text(session.log("daemon.out")), logs.daemonErr);
+    logs.frames = parse_frame_log(read_text(session.log("frames.log")));
+    logs.sim = parse_sim_log(read_text(session.log("camera_sim.jsonl")));
     if (s.gammaStarted) {
-        logs.gamma = parse_gamma_output(read_text(l.gammaOut));
+        logs.gamma = parse_gamma_answers(read_text(session.log("gamma.jsonl")));
     }
 
     const std::string &err = logs.daemonErr;
-    if (!l.daemon) {
+    if (session.daemon() == nullptr) {
         run->reason = "the daemon could not be started";
     } else if (const size_t at = err.find("host platform: cannot open"); at != std::string::npos) {
         run->reason = "the daemon cannot open the source";
@@ -47,7 +48,7 @@ Logs judge(const Options &o, const Launch &l, const Supervision &s, RunInfo *run
         run->reason = "the daemon ended by itself (status " + std::to_string(run->daemonExit) + ") before " +
                       whole_seconds(o.seconds) + " s";
     } else if (!s.runSent) {
-        run->reason = "auto framing was never switched on (facedet_ctl run failed)";
+        run->reason = "auto framing was never switched on (the control socket took no command)";
     } else {
         run->complete = true;
         run->reason =

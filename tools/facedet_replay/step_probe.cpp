@@ -53,9 +53,8 @@ bool probe(const Options &o, Probe *p) {
 
     p->daemonBin = FACEDET_REPLAY_DAEMON;
     p->simBin = FACEDET_REPLAY_CAMERA_SIM;
-    p->ctlBin = FACEDET_REPLAY_CTL;
     p->gammaBin = FACEDET_REPLAY_GAMMA_PEER;
-    for (const std::string &bin : {p->daemonBin, p->simBin, p->ctlBin}) {
+    for (const std::string &bin : {p->daemonBin, p->simBin}) {
         if (!is_executable(bin)) {
             fprintf(stderr, "facedet_replay: '%s' is not built; nothing was started\n", bin.c_str());
             return false;

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "replay_log.h"
+#include "replay_logs.h"
 
 namespace replay {
 

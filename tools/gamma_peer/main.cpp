@@ -31,6 +31,8 @@
 #include "share_memory/share_memory.h"
 #include "tool_cli.h"
 
+#include <nlohmann/json.hpp>
+
 #if FACEDET_HAS_OPENCV
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
@@ -48,6 +50,7 @@ struct Options {
     double seconds = 0.0;  // stop after this long; 0: no limit
     int pollMs = 33;       // about one frame of the analysis stream
     std::string csv;
+    std::string jsonl;
     std::string png;
 };
 
@@ -65,7 +68,7 @@ int parse_options(int argc, char **argv, Options *o) {
         "gamma_peer"};
     tool_cli::set_up(app,
                      "gamma_peer [--once | --every N] [--strength S] [--no-apply] [--answers N]\n"
-                     "           [--seconds S] [--poll-ms MS] [--csv FILE] [--png FILE]");
+                     "           [--seconds S] [--poll-ms MS] [--csv FILE] [--jsonl FILE] [--png FILE]");
     // --once is the default; given with --every, --every counts.
     app.add_flag_callback(
         "--once", [o] { o->every = 0; }, "ask once (default)");
@@ -88,6 +91,8 @@ int parse_options(int argc, char **argv, Options *o) {
         ->type_name("MS")
         ->check(tool_cli::whole_number(1, 60000, "milliseconds from 1 to 60000"));
     app.add_option("--csv", o->csv, "write the last answer (statistics and curve) as name,value lines")
+        ->type_name("FILE");
+    app.add_option("--jsonl", o->jsonl, "append each answer's statistics and verdict to FILE as a JSON line")
         ->type_name("FILE");
     app.add_option("--png", o->png, std::string("draw the last curve against the identity") + kPngNote)
         ->type_name("FILE");
@@ -179,6 +184,21 @@ void write_png(const std::string &path, const GammaRecord &r) {
 }
 #endif
 
+// One line of JSON per answer, for programs (facedet_replay reads it).
+void append_json_line(const std::string &path, const GammaRecord &r, int answer, int askedIsuse) {
+    const nlohmann::ordered_json line = {
+        {"answer", answer}, {"valid", r.valid},       {"mean", r.mean},      {"stdDev", r.stdDev},
+        {"p1", r.p1},       {"p10", r.p10},           {"p50", r.p50},        {"p90", r.p90},
+        {"p99", r.p99},     {"strength", r.strength}, {"isuse", askedIsuse}, {"accepted", r.valid == 1}};
+    FILE *f = fopen(path.c_str(), "a");
+    if (f == nullptr) {
+        fprintf(stderr, "gamma_peer: cannot write %s: %s\n", path.c_str(), strerror(errno));
+        return;
+    }
+    fprintf(f, "%s\n", line.dump().c_str());
+    fclose(f);
+}
+
 void report(const GammaRecord &r, int answer, int askedIsuse) {
     printf(
         "answer %d: valid=%d mean=%d stdDev=%d p1=%d p10=%d p50=%d p90=%d p99=%d strength=%d isuse=%d "
@@ -259,6 +279,9 @@ int main(int argc, char **argv) {
         if (answered) {
             ++answers;
             report(r, answers, askedIsuse);
+            if (!o.jsonl.empty()) {
+                append_json_line(o.jsonl, r, answers, askedIsuse);
+            }
             if (!o.csv.empty()) {
                 write_csv(o.csv, r, answers, askedIsuse);
             }

@@ -1,13 +1,13 @@
-// Line handling shared by the readers of the replay's logs.
-#ifndef FACEDET_REPLAY_LOG_TEXT_H
-#define FACEDET_REPLAY_LOG_TEXT_H
+// Line handling shared by the readers of our logs.
+#ifndef FACEDET_TOOLS_LOG_TEXT_H
+#define FACEDET_TOOLS_LOG_TEXT_H
 
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
-namespace replay {
+namespace logs {
 
 // Whole lines of `text`; a last line without its line end is reported apart,
 // because a process killed mid-write leaves half a line there.
@@ -44,6 +44,6 @@ inline bool int_after(const std::string &line, const char *key, int *value) {
     return true;
 }
 
-}  // namespace replay
+}  // namespace logs
 
 #endif

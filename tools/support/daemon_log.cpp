@@ -4,10 +4,10 @@
 #include <cstdlib>
 #include <string>
 
+#include "daemon_log.h"
 #include "log_text.h"
-#include "replay_log.h"
 
-namespace replay {
+namespace logs {
 
 namespace {
 
@@ -48,6 +48,19 @@ Mode mode_of(unsigned value) {
 }
 
 }  // namespace
+
+const char *mode_name(Mode mode) {
+    switch (mode) {
+        case Mode::Stop:
+            return "stop";
+        case Mode::Run:
+            return "run";
+        case Mode::Off:
+            return "off";
+        default:
+            return "?";
+    }
+}
 
 std::string strip_ansi(const std::string &text) {
     std::string out;
@@ -99,8 +112,11 @@ void DaemonLogReader::line(const std::string &raw) {
             log_.model = rest.substr(comma + 8, end - comma - 8);
         }
     }
+    if (line.find("(QMT_Video_Stream_Start 2580)exec function pass") != std::string::npos) {
+        log_.streamStarted = true;
+    }
     if (!frameOpen_) {
-        return;  // start-up lines, before the first frame
+        return;  // start-up lines, or a cut log's part of a frame, before the first whole frame
     }
     TakenFrame *f = &log_.frames.back();
     if (stage_ms(line, "get frame", &v)) {
@@ -123,7 +139,14 @@ void DaemonLogReader::line(const std::string &raw) {
     }
     Box b;
     if (box_after(line, "face box (x, y, w, h) = (", &b)) {
+        const size_t score = line.find("score = ");
+        b.score = score == std::string::npos ? 0.0f : std::strtof(line.c_str() + score + 8, nullptr);
         f->faces.push_back(b);
+    }
+    // camera_send's own line for every packet of this frame; a print
+    // without a line end may stand in front of it.
+    if (int_after(line, "ret == ", &v)) {
+        f->sends.push_back(v);
     }
     if (int_after(line, "faceNum = ", &v) || int_after(line, "faceNum=", &v)) {
         f->faceNum = v;
@@ -219,4 +242,4 @@ void mark_reset(TakenFrame &f, int *count, int noFaceFrames) {
     }
 }
 
-}  // namespace replay
+}  // namespace logs

@@ -1,4 +1,4 @@
-#include "replay_log.h"
+#include "run_logs.h"
 
 #include <algorithm>
 #include <cmath>
@@ -10,7 +10,7 @@
 
 #include "log_text.h"
 
-namespace replay {
+namespace logs {
 
 namespace {
 
@@ -34,19 +34,6 @@ bool json_string(const nlohmann::json &line, const char *key, std::string *value
 }
 
 }  // namespace
-
-const char *mode_name(Mode mode) {
-    switch (mode) {
-        case Mode::Stop:
-            return "stop";
-        case Mode::Run:
-            return "run";
-        case Mode::Off:
-            return "off";
-        default:
-            return "?";
-    }
-}
 
 bool parse_frame_line(const std::string &line, FrameLogEntry *entry) {
     unsigned long long index = 0, pts = 0;
@@ -102,6 +89,11 @@ void parse_sim_line(const std::string &line, SimLog *log) {
         std::string error;
         rx.error = json_string(object, "error", &error);
         json_string(object, "name", &rx.name);
+        std::string hex;
+        json_string(object, "bytes", &hex);
+        for (size_t at = 0; at + 1 < hex.size(); at += 3) {
+            rx.bytes.push_back(static_cast<uint8_t>(std::strtoul(hex.substr(at, 2).c_str(), nullptr, 16)));
+        }
         log->rx.push_back(rx);
     } else if (event == "state") {
         SimState s;
@@ -153,17 +145,26 @@ SimState sim_state_at(const std::vector<SimState> &states, int64_t tUs) {
     return s;
 }
 
-std::vector<GammaAnswer> parse_gamma_output(const std::string &text) {
+std::vector<GammaAnswer> parse_gamma_answers(const std::string &text) {
     std::vector<GammaAnswer> answers;
     for (const std::string &line : whole_lines(text, nullptr)) {
-        GammaAnswer a;
-        if (sscanf(line.c_str(), "answer %d: valid=%d mean=%d stdDev=%d", &a.answer, &a.valid, &a.mean,
-                   &a.stdDev) != 4) {
-            continue;
+        const nlohmann::json object = nlohmann::json::parse(line, nullptr, false);
+        double answer = 0, valid = 0, mean = 0, stdDev = 0, p50 = 0, strength = 0;
+        if (!object.is_object() || !json_number(object, "answer", &answer) || !json_number(object, "valid", &valid) ||
+            !json_number(object, "mean", &mean) || !json_number(object, "stdDev", &stdDev)) {
+            continue;  // a line cut by a killed peer
         }
-        int_after(line, " p50=", &a.p50);
-        int_after(line, " strength=", &a.strength);
-        a.accepted = line.find("-> curve accepted") != std::string::npos;
+        json_number(object, "p50", &p50);
+        json_number(object, "strength", &strength);
+        GammaAnswer a;
+        a.answer = static_cast<int>(answer);
+        a.valid = static_cast<int>(valid);
+        a.mean = static_cast<int>(mean);
+        a.stdDev = static_cast<int>(stdDev);
+        a.p50 = static_cast<int>(p50);
+        a.strength = static_cast<int>(strength);
+        const auto accepted = object.find("accepted");
+        a.accepted = accepted != object.end() && *accepted == true;
         answers.push_back(a);
     }
     return answers;
@@ -186,4 +187,4 @@ Spread spread_of(std::vector<double> values) {
     return s;
 }
 
-}  // namespace replay
+}  // namespace logs
