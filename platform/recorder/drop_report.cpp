@@ -17,22 +17,18 @@ bool DropReport::dropped(uint64_t count, const char *why, char *line, size_t siz
 }
 
 bool DropReport::written(char *line, size_t size) {
-    if (!inRun_) {
-        return false;
-    }
-    snprintf(line, size, "faceDet recorder: recording again after dropping %llu records\n",
-             static_cast<unsigned long long>(run_));
-    inRun_ = false;
-    run_ = 0;
-    return true;
+    return end_run("faceDet recorder: recording again after dropping %llu records\n", line, size);
 }
 
 bool DropReport::finish(char *line, size_t size) {
+    return end_run("faceDet recorder: %llu records dropped until the end\n", line, size);
+}
+
+bool DropReport::end_run(const char *format, char *line, size_t size) {
     if (!inRun_) {
         return false;
     }
-    snprintf(line, size, "faceDet recorder: %llu records dropped until the end\n",
-             static_cast<unsigned long long>(run_));
+    snprintf(line, size, format, static_cast<unsigned long long>(run_));
     inRun_ = false;
     run_ = 0;
     return true;

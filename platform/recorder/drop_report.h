@@ -26,6 +26,9 @@ class DropReport {
     uint64_t total() const { return total_; }
 
   private:
+    // The line that ends a run (format takes its count); false outside a run.
+    bool end_run(const char *format, char *line, size_t size);
+
     bool inRun_ = false;
     uint64_t run_ = 0;
     uint64_t total_ = 0;

@@ -57,23 +57,11 @@ uint64_t get64(const uint8_t *p) {
 }  // namespace
 
 const char *kind_name(Kind kind) {
-    switch (kind) {
-        case Kind::Frame:
-            return "frame";
-        case Kind::CameraPacket:
-            return "camera_packet";
-        case Kind::Udp1259Packet:
-            return "udp1259_packet";
-        case Kind::CameraReply:
-            return "camera_reply";
-        case Kind::Control:
-            return "control";
-        case Kind::Dropped:
-            return "dropped";
-        case Kind::End:
-            return "end";
-    }
-    return "unknown";
+    // By the kind's number, which starts at 1.
+    static const char *const kNames[kKindCount] = {
+        "frame", "camera_packet", "udp1259_packet", "camera_reply", "control", "dropped", "end"};
+    const int index = static_cast<int>(kind) - 1;
+    return index >= 0 && index < kKindCount ? kNames[index] : "unknown";
 }
 
 uint32_t crc32(uint32_t crc, const void *data, size_t size) {

@@ -136,3 +136,18 @@ std::string unreadable_reason(const std::string &path) {
     fclose(f);
     return std::string();
 }
+
+bool refuse_model_without_outputs(const std::string &modelFile) {
+    fprintf(stderr, "face detector: cannot use model %s: it has no outputs named \"scores\" and \"boxes\"\n",
+            modelFile.c_str());
+    return false;
+}
+
+bool ModelEngine::model_readable() const {
+    const std::string why = unreadable_reason(modelFile_);
+    if (!why.empty()) {
+        fprintf(stderr, "face detector: cannot load model %s: %s\n", modelFile_.c_str(), why.c_str());
+        return false;
+    }
+    return true;
+}

@@ -19,19 +19,16 @@
 
 namespace {
 
-class MnnEngine final : public InferenceEngine {
+class MnnEngine final : public ModelEngine {
   public:
     MnnEngine(const std::string &modelPath, int32_t numThread, const EngineInputFormat &format)
-        : modelFile_(modelPath), numThread_(numThread), format_(format) {
+        : ModelEngine(modelPath, numThread, format) {
         ready_ = load();
     }
 
     ~MnnEngine() override { release(); }
 
-    bool ready() const override { return ready_; }
-    const std::string &modelFile() const override { return modelFile_; }
     const char *name() const override { return engine_name(EngineKind::kMnn); }
-    int32_t threads() const override { return numThread_; }
 
     void prepare(const uint8_t *bgr, int32_t width, int32_t height) override {
         if (!ready_) {
@@ -91,10 +88,7 @@ class MnnEngine final : public InferenceEngine {
 
   private:
     bool load() {
-        // MNN says little on a missing file; name it and the reason here.
-        const std::string why = unreadable_reason(modelFile_);
-        if (!why.empty()) {
-            fprintf(stderr, "face detector: cannot load model %s: %s\n", modelFile_.c_str(), why.c_str());
+        if (!model_readable()) {
             return false;
         }
         interpreter.reset(MNN::Interpreter::createFromFile(modelFile_.c_str()));
@@ -128,18 +122,11 @@ class MnnEngine final : public InferenceEngine {
         }
         if (interpreter->getSessionOutput(session, "scores") == nullptr ||
             interpreter->getSessionOutput(session, "boxes") == nullptr) {
-            fprintf(stderr,
-                    "face detector: cannot use model %s: it has no outputs named \"scores\" and \"boxes\"\n",
-                    modelFile_.c_str());
-            return false;
+            return refuse_model_without_outputs(modelFile_);
         }
         return true;
     }
 
-    std::string modelFile_;
-    int32_t numThread_;
-    EngineInputFormat format_;
-    bool ready_ = false;
     bool released_ = false;
 
     // Named as on the camera.

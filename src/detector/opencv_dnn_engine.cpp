@@ -17,22 +17,17 @@ namespace {
 constexpr const char *kOnnxFile = "slim-320.onnx";
 constexpr const char *kInputName = "input";
 
-class OpenCvDnnEngine final : public InferenceEngine {
+class OpenCvDnnEngine final : public ModelEngine {
   public:
     OpenCvDnnEngine(const std::string &modelPath, int32_t numThread, const EngineInputFormat &format)
-        : modelFile_(sibling_model_path(modelPath, kOnnxFile)),
-          numThread_(numThread < 1 ? 1 : numThread),
-          format_(format) {
+        : ModelEngine(sibling_model_path(modelPath, kOnnxFile), numThread < 1 ? 1 : numThread, format) {
         ready_ = load();
         if (ready_) {
             cv::setNumThreads(numThread_);
         }
     }
 
-    bool ready() const override { return ready_; }
-    const std::string &modelFile() const override { return modelFile_; }
     const char *name() const override { return engine_name(EngineKind::kOpenCvDnn); }
-    int32_t threads() const override { return numThread_; }
 
     void prepare(const uint8_t *bgr, int32_t width, int32_t height) override {
         // The blob is reallocated only when the frame size changes.
@@ -90,9 +85,7 @@ class OpenCvDnnEngine final : public InferenceEngine {
 
   private:
     bool load() {
-        const std::string why = unreadable_reason(modelFile_);
-        if (!why.empty()) {
-            fprintf(stderr, "face detector: cannot load model %s: %s\n", modelFile_.c_str(), why.c_str());
+        if (!model_readable()) {
             return false;
         }
         try {
@@ -112,20 +105,13 @@ class OpenCvDnnEngine final : public InferenceEngine {
             hasBoxes = hasBoxes || name == outNames_[1];
         }
         if (!hasScores || !hasBoxes) {
-            fprintf(stderr,
-                    "face detector: cannot use model %s: it has no outputs named \"scores\" and \"boxes\"\n",
-                    modelFile_.c_str());
-            return false;
+            return refuse_model_without_outputs(modelFile_);
         }
         net_.setPreferableBackend(cv::dnn::DNN_BACKEND_OPENCV);
         net_.setPreferableTarget(cv::dnn::DNN_TARGET_CPU);
         return true;
     }
 
-    std::string modelFile_;
-    int32_t numThread_;
-    EngineInputFormat format_;
-    bool ready_ = false;
     bool runFailureReported_ = false;
     cv::dnn::Net net_;
     cv::Mat blob_;

@@ -91,11 +91,9 @@ void *udp_rx_control_main(void *unused) {
 
     for (;;) {
         const int fd = state.controlFd;
-        fd_set readable;
-        FD_ZERO(&readable);
-        FD_SET(fd, &readable);
+        bool readable = false;
         print_msg_buf();
-        if (select(fd + 1, &readable, nullptr, nullptr, nullptr) < 0) {
+        if (net_select_readable(fd, nullptr, &readable) < 0) {
             TRACE_AT(kNetTraceSource, 633, "udp_rx_control_main", "select fail!\n\n");
             continue;
         }
@@ -104,15 +102,11 @@ void *udp_rx_control_main(void *unused) {
         // The frame loop may read {0, 0} (stop) until the datagram is taken.
         MsgBuf[0] = 0;
         MsgBuf[1] = 0;
-        if (FD_ISSET(fd, &readable)) {
-            sockaddr_un sender;
-            socklen_t senderLength = sizeof sender;
-            ssize_t received = recvfrom(fd, buffer, sizeof buffer, MSG_DONTWAIT,
-                                        reinterpret_cast<sockaddr *>(&sender), &senderLength);
+        if (readable) {
+            const ssize_t received = net_receive(fd, buffer, sizeof buffer, state.controlAddr);
             if (received == -1) {
                 return reinterpret_cast<void *>(-1);
             }
-            net_store_sender(state.controlAddr, sender, senderLength);
             const ControlTake taken = control_take_datagram(buffer, sizeof buffer, received);
             if (taken == ControlTake::EndThread) {
                 return reinterpret_cast<void *>(-1);

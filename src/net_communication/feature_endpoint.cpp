@@ -105,10 +105,8 @@ void *udp_rx_featureVISCA_main(void *unused) {
 
     while (state.featureStopRequest != 1) {
         const int fd = state.featureFd;
-        fd_set readable;
-        FD_ZERO(&readable);
-        FD_SET(fd, &readable);
-        if (select(fd + 1, &readable, nullptr, nullptr, &timeout) < 0) {
+        bool readable = false;
+        if (net_select_readable(fd, &timeout, &readable) < 0) {
             close_feature_socket(state, fd);
             TRACE_AT(kNetTraceSource, 1073, "udp_rx_featureVISCA_main", "select fail!\n\n");
             state.featureRxRunning = 0;
@@ -116,19 +114,15 @@ void *udp_rx_featureVISCA_main(void *unused) {
         }
 
         memset(buffer, 0, sizeof buffer);
-        if (FD_ISSET(fd, &readable)) {
-            sockaddr_un sender;
-            socklen_t senderLength = sizeof sender;
-            ssize_t received = recvfrom(fd, buffer, sizeof buffer, MSG_DONTWAIT,
-                                        reinterpret_cast<sockaddr *>(&sender), &senderLength);
+        if (readable) {
+            // Replies go to whoever answered last (the camera process itself).
+            const ssize_t received = net_receive(fd, buffer, sizeof buffer, state.featureCameraAddr);
             if (received == -1) {
                 printf("\n\n ---------------udp_rx_featureVISCA_main ----------------- Receive error\n");
                 perror("socket");
                 state.featureRxRunning = 0;
                 return nullptr;
             }
-            // Replies go to whoever answered last (the camera process itself).
-            net_store_sender(state.featureCameraAddr, sender, senderLength);
             if (received > static_cast<ssize_t>(sizeof buffer)) {
                 printf(
                     "\n\n ---------------udp_rx_featureVISCA_main ----------------- Receive too many "

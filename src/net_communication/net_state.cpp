@@ -1,4 +1,6 @@
 // The endpoints' module state and the runtime paths of their sockets.
+#include <sys/select.h>
+
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -53,4 +55,24 @@ sockaddr_un net_load_addr(const sockaddr_un &record) {
 
 void set_camera_reply_handler(CameraReplyHandler handler) {
     net_state().replyHandler = handler;
+}
+
+int net_select_readable(int fd, struct timeval *timeout, bool *readable) {
+    fd_set set;
+    FD_ZERO(&set);
+    FD_SET(fd, &set);
+    const int result = select(fd + 1, &set, nullptr, nullptr, timeout);
+    *readable = result > 0 && FD_ISSET(fd, &set);
+    return result;
+}
+
+ssize_t net_receive(int fd, uint8_t *buffer, size_t size, sockaddr_un &senderRecord) {
+    sockaddr_un sender;
+    socklen_t senderLength = sizeof sender;
+    const ssize_t received =
+        recvfrom(fd, buffer, size, MSG_DONTWAIT, reinterpret_cast<sockaddr *>(&sender), &senderLength);
+    if (received != -1) {
+        net_store_sender(senderRecord, sender, senderLength);
+    }
+    return received;
 }

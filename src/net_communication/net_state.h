@@ -69,4 +69,11 @@ void net_set_path(sockaddr_un &record, const char *path);
 // A copy of `record` taken under the lock.
 sockaddr_un net_load_addr(const sockaddr_un &record);
 
+// The receive threads' two steps. select for reading on `fd` alone (a null
+// timeout waits without end): select's result, and whether fd is readable.
+int net_select_readable(int fd, struct timeval *timeout, bool *readable);
+// One datagram, without waiting, into `buffer`; its sender goes into
+// `senderRecord` (under the lock) unless the receive failed. recvfrom's result.
+ssize_t net_receive(int fd, uint8_t *buffer, size_t size, sockaddr_un &senderRecord);
+
 #endif

@@ -24,12 +24,12 @@ bool LivePicture::newer_frame() {
         recent_.pop_front();
     }
     const cv::Mat nv12(frame_.height * 3 / 2, frame_.width, CV_8UC1, frame_.nv12.data());
-    if (frame_.width == logs::kFrameWidth && frame_.height == logs::kFrameHeight) {
+    if (frame_.width == kFrameWidth && frame_.height == kFrameHeight) {
         cv::cvtColor(nv12, r.bgr, cv::COLOR_YUV2BGR_NV12);
     } else {
         cv::Mat bgr;
         cv::cvtColor(nv12, bgr, cv::COLOR_YUV2BGR_NV12);
-        cv::resize(bgr, r.bgr, cv::Size(logs::kFrameWidth, logs::kFrameHeight));
+        cv::resize(bgr, r.bgr, cv::Size(kFrameWidth, kFrameHeight));
     }
     recent_.push_back(std::move(r));
     return true;

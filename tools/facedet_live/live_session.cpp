@@ -27,12 +27,8 @@ bool LiveSession::start(const SessionOptions &o, std::string *error) {
     // In TMPDIR when its path is short, else /tmp: socket paths must stay short.
     const char *tmp = getenv("TMPDIR");
     const std::string base = tmp != nullptr && *tmp != '\0' && strlen(tmp) <= 48 ? tmp : "/tmp";
-    so.folderPattern = base + "/facedet_live.XXXXXX";
-    so.keyBase = 0x4c560000;
-    so.keyMask = 0xffff;
-    so.daemonBin = o.daemonBin;
-    so.simBin = o.simBin;
-    so.gammaBin = o.gammaBin;
+    so.place = {base + "/facedet_live.XXXXXX", 0x4c560000, 0xffff};
+    so.programs = o.programs;
     so.source = o.source;
     so.pace = "realtime";
     so.frameCostMs = o.frameCostMs;

@@ -22,7 +22,7 @@ struct SessionOptions {
     bool once = false;   // a file source plays once instead of looping
     bool gamma = false;  // also run gamma_peer
     std::string engine;  // empty: the daemon's default
-    std::string daemonBin, simBin, gammaBin;
+    SessionPrograms programs;
 };
 
 class LiveSession {

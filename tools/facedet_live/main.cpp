@@ -130,9 +130,7 @@ int main(int argc, char **argv) {
     so.once = o.once;
     so.gamma = o.gamma;
     so.engine = o.engine;
-    so.daemonBin = FACEDET_LIVE_DAEMON;
-    so.simBin = FACEDET_LIVE_CAMERA_SIM;
-    so.gammaBin = FACEDET_LIVE_GAMMA_PEER;
+    so.programs = {FACEDET_LIVE_DAEMON, FACEDET_LIVE_CAMERA_SIM, FACEDET_LIVE_GAMMA_PEER};
     if (!session.start(so, &error)) {
         fprintf(stderr, "facedet_live: cannot start: %s\n", error.c_str());
         return 1;

@@ -42,7 +42,7 @@ double seconds_since(Clock::time_point start);
 struct Probe {
     SourceInfo source;
     std::string out, logs;  // absolute: the output folder and its logs/
-    std::string daemonBin, simBin, gammaBin;
+    SessionPrograms programs;
     Truth truth;
     std::string truthPath;  // absolute; empty: the run is not scored
     RunInfo run;            // what is known of the run so far

@@ -18,13 +18,9 @@ int launch(const Options &o, Probe &p, Launch *l) {
            p.run.pace.c_str());
     SessionOptions so;
     // Under /tmp whatever TMPDIR says: the socket paths in it must stay short.
-    so.folderPattern = "/tmp/facedet_replay.XXXXXX";
-    so.keyBase = 0x52500000;
-    so.keyMask = 0xfffff;
+    so.place = {"/tmp/facedet_replay.XXXXXX", 0x52500000, 0xfffff};
+    so.programs = p.programs;
     so.logDir = p.logs;
-    so.daemonBin = p.daemonBin;
-    so.simBin = p.simBin;
-    so.gammaBin = p.gammaBin;
     so.source = p.run.source;
     so.pace = p.run.pace;
     so.frameCostMs = o.frameCostMs;

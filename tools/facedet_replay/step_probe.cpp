@@ -51,10 +51,8 @@ bool probe(const Options &o, Probe *p) {
         fs::remove(p->out + "/" + name, error);
     }
 
-    p->daemonBin = FACEDET_REPLAY_DAEMON;
-    p->simBin = FACEDET_REPLAY_CAMERA_SIM;
-    p->gammaBin = FACEDET_REPLAY_GAMMA_PEER;
-    for (const std::string &bin : {p->daemonBin, p->simBin}) {
+    p->programs = {FACEDET_REPLAY_DAEMON, FACEDET_REPLAY_CAMERA_SIM, FACEDET_REPLAY_GAMMA_PEER};
+    for (const std::string &bin : {p->programs.daemon, p->programs.sim}) {
         if (!is_executable(bin)) {
             fprintf(stderr, "facedet_replay: '%s' is not built; nothing was started\n", bin.c_str());
             return false;
@@ -66,10 +64,10 @@ bool probe(const Options &o, Probe *p) {
     run.pace = o.pace;
     run.seconds = o.seconds;
     run.gammaAsked = o.gamma;
-    if (o.gamma && !is_executable(p->gammaBin)) {
+    if (o.gamma && !is_executable(p->programs.gamma)) {
         run.gammaStatus = "gamma_peer not built";
         fprintf(stderr, "facedet_replay: --gamma: gamma_peer not built (looked for %s)\n",
-                p->gammaBin.c_str());
+                p->programs.gamma.c_str());
         run.notes.push_back("gamma_peer not built: no gamma answers");
     }
 

@@ -35,7 +35,7 @@ Supervision supervise(const Options &o, Probe &p, Launch &l, const volatile sig_
             s.runSent = true;
             runAt = Clock::now();
         }
-        if (o.gamma && !s.gammaStarted && access(p.gammaBin.c_str(), X_OK) == 0 &&
+        if (o.gamma && !s.gammaStarted && access(p.programs.gamma.c_str(), X_OK) == 0 &&
             read_text(session.log("frames.log")).find("taken") != std::string::npos) {
             // The daemon creates the segment when its frame thread starts.
             s.gammaStarted = session.start_gamma_peer(

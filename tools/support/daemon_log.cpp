@@ -50,16 +50,8 @@ Mode mode_of(unsigned value) {
 }  // namespace
 
 const char *mode_name(Mode mode) {
-    switch (mode) {
-        case Mode::Stop:
-            return "stop";
-        case Mode::Run:
-            return "run";
-        case Mode::Off:
-            return "off";
-        default:
-            return "?";
-    }
+    static const char *const kNames[] = {"?", "stop", "run", "off"};  // in the order of Mode
+    return kNames[static_cast<int>(mode)];
 }
 
 std::string strip_ansi(const std::string &text) {

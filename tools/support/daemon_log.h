@@ -11,13 +11,12 @@
 #include <string>
 #include <vector>
 
+// The daemon's face boxes are in pixels of its analysis picture (kFrameWidth
+// x kFrameHeight); its face-less limit is kNoFaceFrames.
+#include "faceDet/frame_geometry.h"
 #include "faceDet/move_decision.h"
 
 namespace logs {
-
-// The analysis port's picture size: the daemon's face boxes are in its pixels.
-constexpr int kFrameWidth = 416;
-constexpr int kFrameHeight = 234;
 
 struct Box {
     int x = 0, y = 0, w = 0, h = 0;
@@ -45,7 +44,7 @@ struct TakenFrame {
     // What each send to the camera returned while the frame was handled
     // ("ret == N": the packet's length, or -1), in order.
     std::vector<int> sends;
-    std::string decisionTrace;   // the move decision's trace line ("******** change_p = 1, ..."), if any
+    std::string decisionTrace;  // the move decision's trace line ("******** change_p = 1, ..."), if any
     // Stage times in ms, -1 when the line is missing.
     int getFrameMs = -1, autogammaMs = -1, invokeMs = -1, strategiesMs = -1, allMs = -1;
 };

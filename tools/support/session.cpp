@@ -15,7 +15,8 @@ Session::~Session() {
 Session::Start Session::start(const SessionOptions &o, std::string *error, std::vector<std::string> *notes) {
     options_ = o;
     std::vector<std::string> unlinkedModels;
-    if (!make_run_folder(o.folderPattern, o.keyBase, o.keyMask, &folder_, &unlinkedModels, error)) {
+    if (!make_run_folder(o.place.folderPattern, o.place.keyBase, o.place.keyMask, &folder_, &unlinkedModels,
+                         error)) {
         return Start::NoFolder;
     }
     stopped_ = false;
@@ -37,7 +38,7 @@ Session::Start Session::start(const SessionOptions &o, std::string *error, std::
         sim.args.insert(sim.args.end(), {"--clock", path("source_clock")});
     }
     try {
-        sim_ = std::make_unique<ChildProcess>(o.simBin, sim);
+        sim_ = std::make_unique<ChildProcess>(o.programs.sim, sim);
     } catch (const std::runtime_error &) {
         *error = "cannot start camera_sim";
         remove_run_folder(&folder_);
@@ -73,11 +74,11 @@ Session::Start Session::start(const SessionOptions &o, std::string *error, std::
     for (const auto &[name, value] : o.daemonEnv) {
         daemon.env[name] = value;
     }
-    std::string program = o.daemonBin;
+    std::string program = o.programs.daemon;
     if (!o.daemonWrapper.empty()) {
         program = o.daemonWrapper.front();
         daemon.args.assign(o.daemonWrapper.begin() + 1, o.daemonWrapper.end());
-        daemon.args.push_back(o.daemonBin);
+        daemon.args.push_back(o.programs.daemon);
     }
     try {
         daemon_ = std::make_unique<ChildProcess>(program, daemon);
@@ -96,7 +97,7 @@ bool Session::send_control(const std::string &command) const {
 bool Session::start_gamma_peer(const std::vector<std::string> &args) {
     try {
         gamma_ = std::make_unique<ChildProcess>(
-            options_.gammaBin,
+            options_.programs.gamma,
             ChildProcess::Options{args,
                                   {{"FACEDET_SHM_KEY", folder_.shmKey}, {"FACEDET_RUNTIME_DIR", folder_.dir}},
                                   {},

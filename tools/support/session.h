@@ -19,12 +19,21 @@
 #include "child_process.h"
 #include "run_folder.h"
 
-struct SessionOptions {
-    // Where the run lives: make_run_folder's pattern and key range.
+// Where a tool's runs live: make_run_folder's pattern and key range.
+struct SessionPlace {
     std::string folderPattern;
     unsigned keyBase = 0, keyMask = 0;
+};
+
+// The programs of a run, as the tool that starts it was built with.
+struct SessionPrograms {
+    std::string daemon, sim, gamma;
+};
+
+struct SessionOptions {
+    SessionPlace place;
+    SessionPrograms programs;
     std::string logDir;  // the processes' output and logs; empty: the runtime folder
-    std::string daemonBin, simBin, gammaBin;
     // A command the daemon is run under (e.g. an emulator and its options);
     // empty: the daemon runs itself.
     std::vector<std::string> daemonWrapper;
