@@ -8,9 +8,11 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <opencv2/videoio.hpp>
 
 #include "process_helpers.h"
+#include "run_logs.h"
 #include "temp_dir.h"
 
 using namespace std::chrono_literals;
@@ -193,6 +195,53 @@ TEST(ReplayTruth, ScenarioIsScoredOnTheVideosTimeline) {
     const std::string sim = read_file(dir.file("out/logs/camera_sim.jsonl"));
     for (size_t at = sim.find("{\"t_us\":"); at != npos; at = sim.find("{\"t_us\":", at + 1)) {
         ASSERT_LE(std::strtoll(sim.c_str() + at + 8, nullptr, 10), 1966667) << sim.substr(at, 80);
+    }
+}
+#endif
+
+#ifdef SCENARIO_CLIP_BIN
+// What making replays faster must not change: on a raw clip, at the camera's
+// pace and in lockstep, the frames taken and dropped, the packets the camera
+// received and the figures of summary.json but its times, as stored before.
+// FACEDET_UPDATE_EXPECTED=1 writes the expectation instead (on purpose only).
+TEST(ReplayExpectation, RawClipTakesSendsAndCountsWhatItDidBefore) {
+    TempDir dir;
+    ChildProcess::Options options;
+    options.args = {"--scenario", "across_and_back", "--out", dir.file("clip.nv12")};
+    options.workDir = dir.path();
+    ASSERT_EQ(ChildProcess(SCENARIO_CLIP_BIN, options).wait_exit(60s), 0);
+    const bool update = getenv("FACEDET_UPDATE_EXPECTED") != nullptr;
+    for (const std::string pace : {"camera", "lockstep"}) {
+        const std::string out = dir.file("out-" + pace);
+        const Replay r = replay(dir, {dir.file("clip.nv12"), "--out", out, "--pace", pace});
+        ASSERT_EQ(r.status, 0) << r.out << r.err;
+        std::string packets;
+        for (const logs::SimRx &rx : logs::parse_sim_log(read_file(out + "/logs/camera_sim.jsonl")).rx) {
+            for (uint8_t b : rx.bytes) {
+                char hex[4];
+                snprintf(hex, sizeof hex, "%02x ", b);
+                packets += hex;
+            }
+            packets += "\n";
+        }
+        nlohmann::ordered_json summary = nlohmann::ordered_json::parse(read_file(out + "/summary.json"));
+        // The path, and what the wall clock decides: run time, stage times,
+        // and how often camera_sim samples a moving head.
+        for (const char *time : {"source", "wall_seconds", "analysed_fps", "stages"}) {
+            summary.erase(time);
+        }
+        summary["camera"].erase("state_samples");
+        const std::string expected = std::string(FACEDET_TEST_DATA_DIR) + "/expected/across_and_back." + pace;
+        const std::pair<std::string, std::string> files[] = {
+            {".frames.log", read_file(out + "/logs/frames.log")},
+            {".packets", packets},
+            {".summary.json", summary.dump(1) + "\n"}};
+        for (const auto &[suffix, actual] : files) {
+            if (update) {
+                write_file(expected + suffix, actual);
+            }
+            EXPECT_EQ(actual, read_file(expected + suffix)) << pace << suffix;
+        }
     }
 }
 #endif
