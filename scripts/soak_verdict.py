@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """Verdict and plot of a soak run (scripts/soak.sh).
 
-Usage: soak_verdict.py SOAK.csv PLOT.png STOPPED_WITHIN_2S(0|1)
+Usage: soak_verdict.py SOAK.csv PLOT.png STOPPED_WITHIN_2S(0|1) [STOP_MS]
 
 Passes when, after the first minute (detector and buffers warming up, at
 least the first third of a short run):
@@ -26,7 +26,7 @@ def slope(xs, ys):
 
 
 def main():
-    if len(sys.argv) != 4:
+    if len(sys.argv) not in (4, 5):
         print(__doc__, file=sys.stderr)
         return 2
     rows = []
@@ -53,7 +53,8 @@ def main():
         "descriptors %s constant" % fds: len(fds) == 1,
         "threads %s constant" % threads: len(threads) == 1,
         "frames analysed in every sample (%d in all; samples without: %s)" % (frames[-1], stalled or "none"): not stalled,
-        "ended within 2 s of SIGTERM": sys.argv[3] == "1",
+        "ended within 2 s of SIGTERM%s" % (" (%s ms)" % sys.argv[4] if len(sys.argv) == 5 else ""):
+            sys.argv[3] == "1",
     }
     print("duration %d s, %d samples, warm-up %d s, rss %d..%d KB, cpu mean %.1f %%"
           % (rows[-1]["t_s"], len(rows), warm, min(rss), max(rss), sum(cpu) / len(cpu)))
