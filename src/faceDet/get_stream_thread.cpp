@@ -81,7 +81,8 @@ void zero_time_stamps() {
 
 // A signal lands on any thread, so the frame thread's own waits are cut into
 // slices that look at the exit flag: SIGINT or SIGTERM ends the daemon well
-// within 2 s even while the source is stalled or the thread is starting.
+// within 2 s even while the source is stalled or the thread is starting, and
+// within a slice of the off and stopped states' pauses.
 constexpr long kExitCheckMicros = 100000;
 
 bool exit_requested() {
@@ -166,7 +167,7 @@ void send_full_view() {
     set_full_view_target(g_framing);
     start_move();
     FD_LOG(LOG_INFO, "\n\n\nstop Auto_Frame detect!\n\n\n");
-    usleep(100000);
+    sleep_unless_exiting(100000);
 }
 
 // Detection, selection and decision of one frame while auto framing runs.
@@ -208,7 +209,7 @@ void run_frame_loop(QMT_Stream_Stauts_t *stream, MI_S32 fd) {
             output_ture[2] = 1919;
             output_ture[3] = 1079;
             FD_LOG(LOG_INFO, "\n\n\nMsgBuf[1] == 0x2 \n\n\n");
-            usleep(300000);
+            sleep_unless_exiting(300000);
             continue;
         }
 
