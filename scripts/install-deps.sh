@@ -12,7 +12,8 @@ set -euo pipefail
 
 what=${1:-main}
 packages=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev googletest libbenchmark-dev
-          libopencv-dev libcli11-dev nlohmann-json3-dev libcpp-httplib-dev libkainjow-mustache-dev clang-format binutils)
+          libopencv-dev libcli11-dev nlohmann-json3-dev libcpp-httplib-dev libkainjow-mustache-dev libavformat-dev libavcodec-dev libswscale-dev libavutil-dev
+          clang-format binutils)
 if [[ $what == test ]]; then
   packages+=(g++-arm-linux-gnueabihf qemu-user systemd busybox clang-14 libfuzzer-14-dev python3-matplotlib
              chromium chromium-driver ccache)

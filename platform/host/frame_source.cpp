@@ -42,10 +42,28 @@ std::unique_ptr<FrameSource> open_frame_source(const std::string &path, std::str
     if (is_raw_nv12_path(path)) {
         return open_raw_nv12_source(path, error);
     }
+    std::string videoError;
+#if FACEDET_HAS_FFMPEG
+    // Videos through FFmpeg; stills and devices stay with OpenCV, as does
+    // whatever FFmpeg declines.
+    const std::string ext = lower_extension(path);
+    const bool still = ext == ".jpg" || ext == ".jpeg" || ext == ".png" || ext == ".bmp";
+    if (!still && path.rfind("/dev/", 0) != 0) {
+        if (std::unique_ptr<FrameSource> video = open_ffmpeg_source(path, &videoError)) {
+            return video;
+        }
+    }
+#endif
 #if FACEDET_HAS_OPENCV
-    return open_opencv_source(path, error);
+    std::unique_ptr<FrameSource> source = open_opencv_source(path, error);
+    if (!source && !videoError.empty()) {
+        *error = videoError;
+    }
+    return source;
 #else
-    *error = "this build reads only raw NV12 files (.nv12, .yuv): it was built without OpenCV";
+    *error = !videoError.empty()
+                 ? videoError
+                 : "this build reads only raw NV12 files (.nv12, .yuv): it was built without OpenCV";
     return nullptr;
 #endif
 }

@@ -1,6 +1,7 @@
 /*
- * Where the frames of VPE channel 0 come from: a raw NV12 file, or (in builds
- * with OpenCV) a still image, a video file or a V4L2 device.
+ * Where the frames of VPE channel 0 come from: a raw NV12 file, a video file
+ * (through FFmpeg's libraries, in builds that have them), or (in builds with
+ * OpenCV) a still image or a V4L2 device.
  *
  * A source is a clip read front to back by the producer thread only, so
  * implementations are thread-bound and need no locking.
@@ -39,6 +40,9 @@ class FrameSource {
     // Back to the first frame of the clip, for looping. False if the source
     // cannot restart (a device).
     virtual bool rewind() = 0;
+
+    // Frames of the clip that could not be decoded and were skipped so far.
+    virtual long failed_frames() const { return 0; }
 };
 
 // Raw files are recognised by the extension .nv12 or .yuv (any case).
@@ -49,6 +53,10 @@ bool is_raw_nv12_path(const std::string &path);
 std::unique_ptr<FrameSource> open_frame_source(const std::string &path, std::string *error);
 
 std::unique_ptr<FrameSource> open_raw_nv12_source(const std::string &path, std::string *error);
+
+#if FACEDET_HAS_FFMPEG
+std::unique_ptr<FrameSource> open_ffmpeg_source(const std::string &path, std::string *error);
+#endif
 
 #if FACEDET_HAS_OPENCV
 std::unique_ptr<FrameSource> open_opencv_source(const std::string &path, std::string *error);

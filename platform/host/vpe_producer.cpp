@@ -33,6 +33,12 @@ void Pipeline::producer_main() {
     } catch (...) {
         std::fprintf(stderr, "host platform: frame producer stopped\n");
     }
+    // The clip went on without them; the replay reports the count.
+    if (const long failed = source_->failed_frames(); failed > 0) {
+        std::fprintf(stderr,
+                     "host platform: %ld frames of FACEDET_SOURCE could not be decoded and were skipped\n",
+                     failed);
+    }
 }
 
 void Pipeline::produce() {
