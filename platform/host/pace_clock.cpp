@@ -62,6 +62,7 @@ bool PaceClock::may_arrive(MI_U64 stampUs, bool nothingQueued) const {
 
 MI_U64 PaceClock::frame_taken(MI_U64 stampUs, MI_U64 wallUs) {
     meter_.frame_taken();
+    takenSincePause_ = true;
     takenWallUs_ = wallUs;
     switch (pace_) {
         case Pace::Lockstep:
@@ -89,6 +90,22 @@ MI_U64 PaceClock::read(bool byConsumer, MI_U64 wallUs) {
             break;
     }
     return wallUs;
+}
+
+bool PaceClock::pause(MI_U64 us) {
+    switch (pace_) {
+        case Pace::Camera:
+            busyUntilUs_ += us;
+            return true;
+        case Pace::Lockstep: {
+            const bool afterFrame = takenSincePause_;
+            takenSincePause_ = false;
+            return afterFrame;
+        }
+        case Pace::Realtime:
+            break;
+    }
+    return false;
 }
 
 MI_U64 PaceClock::hold_until_us() const {

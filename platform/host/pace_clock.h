@@ -109,6 +109,17 @@ class PaceClock {
     // charged to its frame.
     MI_U64 read(bool byConsumer, MI_U64 wallUs);
 
+    // The consumer pauses `us` (the daemon's sleeps while stopped or off).
+    // True when the pace's clock takes the pause instead of the wall clock:
+    // at the camera's pace the consumer is busy that much longer, so the
+    // frames that come meanwhile pass through the port's queue as on the
+    // camera; in lockstep a pause after a frame taken costs nothing, while
+    // one without (off: nothing moves on the clip's timeline) stays on the
+    // wall clock, as it does in realtime.
+    bool pause(MI_U64 us);
+    // Camera pace: the consumer's time.
+    MI_U64 consumer_time() const { return busyUntilUs_; }
+
     // Realtime with a cost: the wall time before which no frame may be
     // taken; 0 without a cost.
     MI_U64 hold_until_us() const;
@@ -119,9 +130,10 @@ class PaceClock {
     MI_U64 periodUs_;
     bool hasCost_;
     CostMeter meter_;
-    MI_U64 takenStampUs_ = 0;  // lockstep: the stamp of the frame last taken (0 before the first)
-    MI_U64 takenWallUs_;       // lockstep and realtime: when it was taken (the start before the first)
-    MI_U64 busyUntilUs_ = 0;   // camera: the consumer's time
+    MI_U64 takenStampUs_ = 0;       // lockstep: the stamp of the frame last taken (0 before the first)
+    MI_U64 takenWallUs_;            // lockstep and realtime: when it was taken (the start before the first)
+    MI_U64 busyUntilUs_ = 0;        // camera: the consumer's time
+    bool takenSincePause_ = false;  // lockstep: a frame was taken since the last pause
 };
 
 }  // namespace host

@@ -111,6 +111,24 @@ MI_U64 Pipeline::clock_read() {
     return now;
 }
 
+bool Pipeline::consumer_pause(MI_U64 us) {
+    std::unique_lock<std::mutex> lk(mu_);
+    if (shutDown_ || stopping_ || !consumerKnown_ || std::this_thread::get_id() != consumer_ ||
+        !clock_.pause(us)) {
+        return false;
+    }
+    if (config_.pace != Pace::Camera) {
+        return true;
+    }
+    clockFile_.publish(clock_.consumer_time());
+    wake_.notify_all();
+    // So that a daemon pausing again and again (off) follows the clip at the
+    // decoder's speed instead of racing ahead of it.
+    wake_.wait_for(lk, std::chrono::microseconds(us),
+                   [this] { return stopping_ || stats_.sourceEnded || clock_.arrivals_done(nextStamp_); });
+    return true;
+}
+
 // ---- checks (mu_ held) ----
 
 int Pipeline::check_channel(int chn) const {

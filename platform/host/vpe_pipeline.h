@@ -79,6 +79,13 @@ class Pipeline {
     // thread that took the last frame counts as its progress (camera pace).
     MI_U64 clock_read();
 
+    // The daemon's own pause of `us` on the calling thread (host_sleep.cpp).
+    // True when the pace's clock took it and the caller must not sleep on
+    // the wall clock (pace_clock.h: PaceClock::pause): only the consumer's
+    // pauses, in lockstep and at the camera's pace. At the camera's pace it
+    // returns once the frames due meanwhile have come, within `us` of wall time.
+    bool consumer_pause(MI_U64 us);
+
     PipelineStats stats() const;
 
   private:

@@ -8,6 +8,7 @@
 #include "control.h"
 #include "daemon_fixture.h"
 #include "daemon_log.h"
+#include "run_logs.h"
 
 namespace {
 
@@ -133,6 +134,38 @@ TEST_F(DaemonTest, AtTheCamerasPaceTheStageLinesCarryTheCamerasTime) {
             ++checked;
         }
         EXPECT_GE(checked, 3) << daemon->out().substr(0, 2000);
+    }
+}
+
+// Stopped, the frame loop pauses 100 ms after each frame. At the camera's
+// pace that is the camera's time: frames keep coming meanwhile and the port
+// drops all but its newest, so about every third frame is taken, as on a
+// camera. In lockstep the pause costs nothing and every frame is taken.
+TEST_F(DaemonTest, PausesWhileStoppedAreThePacesTime) {
+    for (const std::string pace : {"camera", "lockstep"}) {
+        auto daemon = start({{"FACEDET_SOURCE", raw_clip(60)},
+                             {"FACEDET_PACE", pace},
+                             {"FACEDET_FRAME_LOG", dir_.file("frames.log")},
+                             {"FACEDET_EXIT_AT_END", "1"}});
+        ASSERT_EQ(daemon->wait_exit(120s), 0) << daemon->err();
+        std::vector<int> taken;
+        for (const logs::FrameLogEntry &e : logs::parse_frame_log(read_file(dir_.file("frames.log")))) {
+            if (e.taken) {
+                taken.push_back(static_cast<int>(e.sourceIndex));
+            }
+        }
+        ASSERT_GT(taken.size(), 14u) << pace;
+        if (pace == "lockstep") {
+            EXPECT_EQ(taken.size(), 60u);
+            continue;
+        }
+        // 2 ms of the camera's work and 100 ms of pause, 3.06 frame periods:
+        // from the second stopped frame on (the first is charged an analysis
+        // too), to the two frames the port still holds at the clip's end.
+        for (size_t i = 12; i + 2 < taken.size(); ++i) {
+            const int gap = taken[i] - taken[i - 1];
+            EXPECT_TRUE(gap == 3 || gap == 4) << "frame " << taken[i] << " after " << taken[i - 1];
+        }
     }
 }
 

@@ -190,6 +190,36 @@ TEST(CameraPace, ChargesEachFrameByWhatTheFrameLoopDidWithIt) {
     }
 }
 
+// The daemon's pauses while stopped or off: the camera's time at its pace,
+// nothing after a frame in lockstep, the wall clock otherwise.
+TEST(CameraPace, PausesCostThePacesClock) {
+    const struct {
+        host::Pace pace;
+        bool takeFirst;
+        bool onPaceClock;
+        MI_U64 consumerAfter;  // camera pace: the consumer's time after the pause
+    } rows[] = {
+        {host::Pace::Camera, true, true, 300000 + 2000 + 100000},
+        {host::Pace::Camera, false, true, 100000},
+        {host::Pace::Lockstep, true, true, 0},
+        {host::Pace::Lockstep, false, false, 0},  // off: nothing moves on the clip's timeline
+        {host::Pace::Realtime, true, false, 0},
+    };
+    for (const auto &row : rows) {
+        host::PaceClock clock(row.pace, 30, true, host::FrameCost{200000, 2000}, 0);
+        if (row.takeFirst) {
+            clock.frame_taken(300000, 0);
+            clock.read(true, 0);  // the rest
+        }
+        EXPECT_EQ(clock.pause(100000), row.onPaceClock) << static_cast<int>(row.pace);
+        if (row.pace == host::Pace::Camera) {
+            EXPECT_EQ(clock.consumer_time(), row.consumerAfter);
+        } else {
+            EXPECT_FALSE(clock.pause(100000)) << "a second pause without a frame between";
+        }
+    }
+}
+
 TEST(CameraPace, RealtimeHoldsTheNextFrameBackForTheCostAndParsesIt) {
     host::PaceClock realtime(host::Pace::Realtime, 30, true, host::frame_cost_from_ms(100), 1000);
     EXPECT_EQ(realtime.hold_until_us(), 1000u) << "nothing held before the first frame";
