@@ -225,6 +225,7 @@ bool config_from_env(Config *out, std::string *error) {
     c.source = env("FACEDET_SOURCE");
     c.frameLogPath = env("FACEDET_FRAME_LOG");
     c.frameTapPath = env("FACEDET_FRAME_TAP");
+    c.deliveredPath = env("FACEDET_DELIVERED_FRAMES");
     if (!parse_pace(env("FACEDET_PACE"), &c.pace, error) ||
         !parse_flag("FACEDET_LOOP", std::getenv("FACEDET_LOOP"), &c.loop, error) ||
         !parse_flag("FACEDET_EXIT_AT_END", std::getenv("FACEDET_EXIT_AT_END"), &c.exitAtEnd, error) ||

@@ -55,6 +55,10 @@ struct Config {
     bool exitAtEnd = false;    // raise SIGTERM once the last frame has been consumed
     std::string frameLogPath;  // rewritten by each MI_SYS_Init; empty: no log
     std::string frameTapPath;  // FACEDET_FRAME_TAP: the newest frame for watchers (frame_tap.h); empty: none
+    // FACEDET_DELIVERED_FRAMES: every delivered frame of the first port,
+    // appended as raw NV12, so that a tool showing them need not decode the
+    // source a second time; empty: none.
+    std::string deliveredPath;
     // Lockstep and camera: the source time is published here for other
     // processes ($FACEDET_RUNTIME_DIR/source_clock); empty: not published.
     std::string clockPath;

@@ -59,6 +59,8 @@ VideoDecoder::VideoDecoder(std::unique_ptr<Av> av) : av_(std::move(av)) {}
 VideoDecoder::~VideoDecoder() = default;
 
 std::unique_ptr<VideoDecoder> VideoDecoder::open(const std::string &path, std::string *error) {
+    // A corrupt packet would print a line for each; the count is said once instead.
+    av_log_set_level(AV_LOG_FATAL);
     auto av = std::make_unique<Av>();
     av->path = path;
     if (avformat_open_input(&av->format, path.c_str(), nullptr, nullptr) < 0 ||

@@ -8,7 +8,10 @@
 #include "vpe_pipeline.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 
+#include <fcntl.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -39,6 +42,12 @@ Pipeline::Pipeline(const Config &config, std::unique_ptr<FrameSource> source, st
     if (!config_.frameTapPath.empty() && !tap_.open(config_.frameTapPath, &error)) {
         std::fprintf(stderr, "host platform: cannot publish frames in FACEDET_FRAME_TAP '%s': %s\n",
                      config_.frameTapPath.c_str(), error.c_str());
+    }
+    if (!config_.deliveredPath.empty() &&
+        (delivered_ = ::open(config_.deliveredPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644)) <
+            0) {
+        std::fprintf(stderr, "host platform: cannot write FACEDET_DELIVERED_FRAMES '%s': %s\n",
+                     config_.deliveredPath.c_str(), std::strerror(errno));
     }
     if (clock_.has_cost()) {
         // Said once, so that a run's log tells what camera it played.
@@ -86,6 +95,10 @@ void Pipeline::shutdown() {
         if (frameLog_) {
             std::fclose(frameLog_);
             frameLog_ = nullptr;
+        }
+        if (delivered_ >= 0) {
+            ::close(delivered_);  // the producer has ended
+            delivered_ = -1;
         }
         clockFile_.close();
         shutDown_ = true;

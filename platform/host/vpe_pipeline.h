@@ -152,10 +152,20 @@ class Pipeline {
 
     void producer_main();
     void produce();
+    void keep_delivered(uint64_t index, const Buffer &shown);
+    // The producer's next picture of the source, read before it is due.
+    struct Ahead {
+        bool ready = false;         // read, and not yet delivered
+        bool ok = false;            // false: the source has ended (or failed)
+        int width = 0, height = 0;  // of `picture`; 0: not scaled yet
+        std::vector<uint8_t> picture;
+    };
+    void read_ahead(Ahead &ahead, int width, int height);
 
     const Config config_;
     std::unique_ptr<FrameSource> source_;  // used by the producer thread only
     FrameTapWriter tap_;                   // the producer's too
+    int delivered_ = -1;                   // the producer's too: FACEDET_DELIVERED_FRAMES
     std::thread producer_;
     std::once_flag shutdownOnce_;
 

@@ -3,7 +3,9 @@
  * and queues each frame to the fed ports at the configured pace, decoding
  * outside the pipeline's mutex so that MI calls never wait for a decoder.
  */
+#include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <csignal>
 #include <exception>
 
@@ -41,6 +43,43 @@ void Pipeline::producer_main() {
     }
 }
 
+// Frame `index` of the copy is at index times the picture's size, as the
+// frame log names it. A full disk or a write error ends the copy with one
+// line, never the clip: whoever reads it finds it short and decodes instead.
+void Pipeline::keep_delivered(uint64_t index, const Buffer &shown) {
+    if (delivered_ < 0) {
+        return;
+    }
+    const size_t bytes = static_cast<size_t>(shown.width) * shown.height * 3 / 2;
+    if (::pwrite(delivered_, shown.data.data(), bytes, static_cast<off_t>(index * bytes)) !=
+        static_cast<ssize_t>(bytes)) {
+        std::fprintf(stderr, "host platform: FACEDET_DELIVERED_FRAMES stopped: %s\n", std::strerror(errno));
+        ::close(delivered_);
+        delivered_ = -1;
+    }
+}
+
+void Pipeline::read_ahead(Ahead &ahead, int width, int height) {
+    ahead.ready = true;
+    ahead.width = 0;
+    ahead.height = 0;
+    try {
+        ahead.ok = source_->next(width, height);
+        if (!ahead.ok && config_.loop && source_->rewind()) {
+            ahead.ok = source_->next(width, height);
+        }
+        if (ahead.ok && width > 0 && height > 0) {
+            ahead.picture.resize(static_cast<size_t>(width) * height * 3 / 2);  // once: the port's size stays
+            source_->render(width, height, ahead.picture.data());
+            ahead.width = width;
+            ahead.height = height;
+        }
+    } catch (const std::exception &e) {
+        std::fprintf(stderr, "host platform: reading FACEDET_SOURCE failed: %s\n", e.what());
+        ahead.ok = false;
+    }
+}
+
 void Pipeline::produce() {
     std::unique_lock<std::mutex> lk(mu_);
     // The clip starts only when someone takes frames, so it plays from its start.
@@ -56,6 +95,11 @@ void Pipeline::produce() {
     int hintHeight = 0;
     std::vector<Target> targets;
     targets.reserve(kVpePorts);
+    // Where frames wait for the consumer anyway, the next one is decoded and
+    // scaled meanwhile: a video's decoding then overlaps the analysis. Live
+    // and wall-paced sources are read when their frame is due, as before.
+    const bool readsAhead = !wallPaced && !source_->live();
+    Ahead ahead;
 
     while (!stopping_) {
         if (!stallDone && index == faults.stallAtFrame) {
@@ -90,15 +134,19 @@ void Pipeline::produce() {
         }
 
         lk.unlock();
-        bool ok = false;
+        if (!ahead.ready) {
+            read_ahead(ahead, hintWidth, hintHeight);
+        }
+        ahead.ready = false;
+        bool ok = ahead.ok;
         try {
-            ok = source_->next(hintWidth, hintHeight);
-            if (!ok && config_.loop && source_->rewind()) {
-                ok = source_->next(hintWidth, hintHeight);
-            }
             for (size_t i = 0; ok && i < targets.size(); ++i) {
                 Buffer &b = *targets[i].buffer;
-                source_->render(b.width, b.height, b.data.data());
+                if (b.width == ahead.width && b.height == ahead.height) {
+                    std::memcpy(b.data.data(), ahead.picture.data(), ahead.picture.size());
+                } else {
+                    source_->render(b.width, b.height, b.data.data());
+                }
             }
         } catch (const std::exception &e) {
             std::fprintf(stderr, "host platform: reading FACEDET_SOURCE failed: %s\n", e.what());
@@ -109,6 +157,7 @@ void Pipeline::produce() {
         if (ok && !targets.empty()) {
             const Buffer &shown = *targets.front().buffer;
             tap_.publish(index, pts, shown.width, shown.height, shown.data.data());
+            keep_delivered(index, shown);
         }
         lk.lock();
 
@@ -136,6 +185,12 @@ void Pipeline::produce() {
         stats_.sourceFrames = index;
         nextStamp_ = clock_.frame_stamp(index, monotonic_us());
         wake_.notify_all();
+        if (readsAhead) {
+            // While the consumer works on this frame, not after it asks for the next.
+            lk.unlock();
+            read_ahead(ahead, hintWidth, hintHeight);
+            lk.lock();
+        }
         due += period;
         const Clock::time_point now = Clock::now();
         if (due + period < now) {
