@@ -92,7 +92,8 @@ void update_overlay(Overlay &o, const TakenFrame &f) {
 }
 
 void draw_text(cv::Mat &img, const std::string &s, cv::Point at, double scale) {
-    cv::putText(img, s, at, cv::FONT_HERSHEY_SIMPLEX, scale, cv::Scalar(0, 0, 0), 3, cv::LINE_AA);
+    // The dark outline needs no smoothing: drawn plainly it costs a third.
+    cv::putText(img, s, at, cv::FONT_HERSHEY_SIMPLEX, scale, cv::Scalar(0, 0, 0), 3, cv::LINE_8);
     cv::putText(img, s, at, cv::FONT_HERSHEY_SIMPLEX, scale, cv::Scalar(255, 255, 255), 1, cv::LINE_AA);
 }
 

@@ -20,9 +20,13 @@ struct VideoResult {
     cv::Mat still;  // the picture two thirds into the video, for the poster
 };
 
-// One video frame per delivered frame of the frame log, at `fps`.
-VideoResult render_video(const std::string &source, const std::vector<FrameLogEntry> &frameLog,
-                         const DaemonLog &daemon, const SimLog &sim, double fps, const std::string &outPath);
+// One video frame per delivered frame of the frame log, at `fps`. The
+// pictures come from `delivered` (the platform's NV12 copy of each delivered
+// frame, at the frame's source index) when it holds them all, else from the
+// source, decoded again.
+VideoResult render_video(const std::string &source, const std::string &delivered,
+                         const std::vector<FrameLogEntry> &frameLog, const DaemonLog &daemon,
+                         const SimLog &sim, double fps, const std::string &outPath);
 
 // One picture of the run: the video's still above the timeline (read from
 // `timelinePath`), at the video's width.

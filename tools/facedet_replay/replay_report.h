@@ -22,6 +22,7 @@ struct RunInfo {
     std::string reason;   // why not complete, or "clip played to the end" etc.
     int daemonExit = -1;  // exit status, 128+signal, -1 unknown
     double wallSeconds = 0;
+    long sourceFramesFailed = 0;  // frames of a video that did not decode and were skipped
     std::vector<std::string> notes;
 };
 

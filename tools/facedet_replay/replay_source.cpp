@@ -15,14 +15,6 @@ namespace {
 
 constexpr int kNv12Bytes = kFrameWidth * kFrameHeight * 3 / 2;
 
-// By the extension, as the platform tells its raw sources.
-bool is_raw(const std::string &path) {
-    std::string extension = std::filesystem::path(path).extension().string();
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return extension == ".nv12" || extension == ".yuv";
-}
-
 // Scaled to the port's size as the platform scales its sources.
 cv::Mat to_port_size(const cv::Mat &bgr) {
     if (bgr.cols == kFrameWidth && bgr.rows == kFrameHeight) {
@@ -37,6 +29,14 @@ cv::Mat to_port_size(const cv::Mat &bgr) {
 
 }  // namespace
 
+// By the extension, as the platform tells its raw sources.
+bool is_raw_path(const std::string &path) {
+    std::string extension = std::filesystem::path(path).extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return extension == ".nv12" || extension == ".yuv";
+}
+
 SourceInfo probe_source(const std::string &path) {
     SourceInfo info;
     std::ifstream probe(path, std::ios::binary);
@@ -44,7 +44,7 @@ SourceInfo probe_source(const std::string &path) {
         info.error = "cannot read '" + path + "'";
         return info;
     }
-    if (is_raw(path)) {
+    if (is_raw_path(path)) {
         probe.seekg(0, std::ios::end);
         const long long bytes = static_cast<long long>(probe.tellg());
         if (bytes < kNv12Bytes) {
@@ -69,6 +69,17 @@ SourceInfo probe_source(const std::string &path) {
         info.ok = true;
         return info;
     }
+#if FACEDET_HAS_FFMPEG
+    std::string error;
+    const std::unique_ptr<host::VideoDecoder> decoder = host::VideoDecoder::open(path, &error);
+    if (!decoder || !decoder->next()) {
+        info.error = "FFmpeg cannot read a frame of '" + path + "'" + (decoder ? "" : ": " + error);
+        return info;
+    }
+    info.kind = "video";
+    info.fps = decoder->fps();
+    info.frames = decoder->frames();
+#else
     // FFmpeg only: the other back-ends' probing of a file they cannot read
     // leaks inside their plugins, which the sanitizer builds report as ours.
     cv::VideoCapture capture(path, cv::CAP_FFMPEG);
@@ -82,6 +93,7 @@ SourceInfo probe_source(const std::string &path) {
     info.fps = fps > 0.5 && fps < 1000 ? fps : 30;
     const double count = capture.get(cv::CAP_PROP_FRAME_COUNT);
     info.frames = count > 0 ? static_cast<long>(count) : -1;
+#endif
     info.ok = true;
     return info;
 }
@@ -120,12 +132,17 @@ void SourceReader::reopen() {
     still_ = cv::Mat();
     raw_.reset();
     video_.release();
-    if (is_raw(path_)) {
+    if (is_raw_path(path_)) {
         raw_ = std::make_unique<std::ifstream>(path_, std::ios::binary);
     } else if (cv::haveImageReader(path_)) {
         still_ = cv::imread(path_, cv::IMREAD_COLOR);
     } else {
+#if FACEDET_HAS_FFMPEG
+        std::string error;
+        video_ = host::VideoDecoder::open(path_, &error);
+#else
         video_.open(path_, cv::CAP_FFMPEG);
+#endif
     }
 }
 
@@ -144,11 +161,22 @@ cv::Mat SourceReader::read_next() {
         cv::Mat out = position_ == 0 ? to_port_size(still_) : cv::Mat();
         return out;
     }
+#if FACEDET_HAS_FFMPEG
+    if (!video_ || !video_->next()) {
+        return cv::Mat();
+    }
+    nv12_.create(kFrameHeight * 3 / 2, kFrameWidth, CV_8UC1);
+    video_->scale_to_nv12(kFrameWidth, kFrameHeight, nv12_.data);
+    cv::Mat bgr;
+    cv::cvtColor(nv12_, bgr, cv::COLOR_YUV2BGR_NV12);
+    return bgr;
+#else
     cv::Mat raw;
     if (!video_.isOpened() || !video_.read(raw) || raw.empty()) {
         return cv::Mat();
     }
     return to_port_size(raw);
+#endif
 }
 
 }  // namespace replay

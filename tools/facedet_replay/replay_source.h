@@ -12,6 +12,10 @@
 #include <opencv2/core.hpp>
 #include <opencv2/videoio.hpp>
 
+#if FACEDET_HAS_FFMPEG
+#include "video_decoder.h"
+#endif
+
 namespace replay {
 
 struct SourceInfo {
@@ -22,11 +26,15 @@ struct SourceInfo {
     long frames = -1;  // -1: unknown
 };
 
+// Whether the platform reads the path as a raw NV12 clip (by its extension).
+bool is_raw_path(const std::string &path);
+
 // Opens the source as the host platform would and reports what it is.
 SourceInfo probe_source(const std::string &path);
 
 // Source frames by index (BGR, 416x234), read forward; a looping run's
-// indices go past the end and wrap to the start.
+// indices go past the end and wrap to the start. A video's frames are the
+// port's own NV12 pictures (the platform's decoder and scaler), shown in BGR.
 class SourceReader {
   public:
     explicit SourceReader(const std::string &path) : path_(path) {}
@@ -45,7 +53,12 @@ class SourceReader {
     cv::Mat current_;
     cv::Mat still_;
     std::unique_ptr<std::ifstream> raw_;
+#if FACEDET_HAS_FFMPEG
+    std::unique_ptr<host::VideoDecoder> video_;
+    cv::Mat nv12_;
+#else
     cv::VideoCapture video_;
+#endif
 };
 
 }  // namespace replay

@@ -45,7 +45,10 @@ struct Probe {
     SessionPrograms programs;
     Truth truth;
     std::string truthPath;  // absolute; empty: the run is not scored
-    RunInfo run;            // what is known of the run so far
+    // The daemon's copy of the frames it was given (FACEDET_DELIVERED_FRAMES),
+    // which the video is drawn from; empty: the video decodes the source again.
+    std::string delivered;
+    RunInfo run;  // what is known of the run so far
 };
 
 // Refuses bad input with one line on stderr (false: exit status 2); else

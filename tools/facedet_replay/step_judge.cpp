@@ -1,6 +1,8 @@
 // The fourth step of a replay: the logs read back, whatever happened, and the
 // run judged complete or not, with the reason.
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 
 #include "replay_steps.h"
 
@@ -53,6 +55,16 @@ Logs judge(const Options &o, const Launch &l, const Supervision &s, RunInfo *run
         run->complete = true;
         run->reason =
             o.seconds > 0 ? "played for " + whole_seconds(o.seconds) + " s" : "clip played to the end";
+    }
+    // The platform's count, said once when its producer ends.
+    const std::string skipped = " frames of FACEDET_SOURCE could not be decoded and were skipped";
+    if (const size_t end = err.find(skipped); end != std::string::npos) {
+        const size_t start = err.rfind("host platform: ", end);
+        if (start != std::string::npos) {
+            run->sourceFramesFailed = std::atol(err.c_str() + start + std::strlen("host platform: "));
+            run->notes.push_back(std::to_string(run->sourceFramesFailed) +
+                                 " frames of the source could not be decoded and were skipped");
+        }
     }
     if (logs.daemon.cutAtEnd) {
         run->notes.push_back("the daemon's log ends in a cut line");

@@ -29,6 +29,9 @@ int launch(const Options &o, Probe &p, Launch *l) {
     so.exitAtEnd = o.seconds == 0;
     // Lockstep and camera pace: the camera moves on the source time the platform publishes.
     so.simFollowsSourceClock = o.pace != "realtime";
+    if (!p.delivered.empty()) {
+        so.daemonEnv["FACEDET_DELIVERED_FRAMES"] = p.delivered;
+    }
     std::string error;
     switch (l->session.start(so, &error, &p.run.notes)) {
         case Session::Start::NoFolder:

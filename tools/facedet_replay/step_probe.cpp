@@ -26,6 +26,23 @@ bool holds_nothing(const std::string &path) {
 
 }  // namespace
 
+// A video is decoded once: the daemon's platform keeps a copy of the port's
+// pictures for the replay's video. It takes 146 KB a frame, so only when the
+// run's frames are known and fit, with 1 GiB to spare, on the output's disk.
+std::string delivered_copy_path(const Options &o, const Probe &p) {
+    if (p.source.kind != "video") {
+        return "";  // raw clips and stills are read again at no cost
+    }
+    const double frames = o.seconds > 0 ? o.seconds * p.source.fps * 1.1 : p.source.frames * 1.1;
+    std::error_code error;
+    const fs::space_info space = fs::space(p.out, error);
+    const double needed = frames * kFrameWidth * kFrameHeight * 3 / 2 + (1ull << 30);
+    if (frames <= 0 || error || static_cast<double>(space.available) < needed) {
+        return "";
+    }
+    return p.out + "/.delivered.tmp.nv12";
+}
+
 bool probe(const Options &o, Probe *p) {
     p->source = probe_source(o.source);
     if (!p->source.ok) {
@@ -85,6 +102,7 @@ bool probe(const Options &o, Probe *p) {
             run.notes.push_back("not scored: " + o.truth + ": " + problem);
         }
     }
+    p->delivered = delivered_copy_path(o, *p);
     return true;
 }
 

@@ -54,6 +54,9 @@ void print_last_lines(const Summary &summary, const RunInfo &run, const std::str
     printf("  frames delivered %d, taken %d, dropped %d, analysed %d; faces mean %.2f max %d; moves %d\n",
            summary.delivered, summary.taken, summary.dropped, summary.analysed, summary.facesMean,
            summary.facesMax, summary.moves);
+    if (run.sourceFramesFailed > 0) {
+        printf("  %ld frames of the source could not be decoded and were skipped\n", run.sourceFramesFailed);
+    }
     if (summary.framingFrames > 0 && summary.framesWithFaces == 0) {
         printf("  no face was found in any analysed frame\n");
     }
@@ -64,8 +67,11 @@ void print_last_lines(const Summary &summary, const RunInfo &run, const std::str
 
 int render(const Probe &p, const Logs &logs, RunInfo &run) {
     const std::string &out = p.out;
-    const VideoResult video =
-        render_video(run.source, logs.frames, logs.daemon, logs.sim, p.source.fps, out + "/.replay.tmp.mp4");
+    const VideoResult video = render_video(run.source, p.delivered, logs.frames, logs.daemon, logs.sim,
+                                           p.source.fps, out + "/.replay.tmp.mp4");
+    if (!p.delivered.empty()) {
+        remove_quietly(p.delivered);
+    }
     const bool haveVideo = video.ok && publish(out + "/.replay.tmp.mp4", out + "/replay.mp4", run);
     if (!video.ok) {
         remove_quietly(out + "/.replay.tmp.mp4");

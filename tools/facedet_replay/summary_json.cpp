@@ -96,6 +96,7 @@ std::string summary_json(const Summary &s) {
         {"seconds", printf_rounded(r.seconds, 1)},
         {"daemon_exit", r.daemonExit},
         {"wall_seconds", printf_rounded(r.wallSeconds, 2)},
+        {"source_frames_failed", r.sourceFramesFailed},
         {"frames",
          {{"delivered", s.delivered},
           {"taken", s.taken},

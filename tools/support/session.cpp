@@ -54,8 +54,9 @@ Session::Start Session::start(const SessionOptions &o, std::string *error, std::
                   {"FACEDET_PACE", o.pace},
                   {"FACEDET_FRAME_LOG", log("frames.log")}};
     // Only what this run asks for: nothing of the caller's own settings.
-    daemon.unsetEnv = {"FACEDET_LOOP",          "FACEDET_EXIT_AT_END", "FACEDET_FAULTS",
-                       "FACEDET_FRAME_COST_MS", "FACEDET_FRAME_TAP",   "FACEDET_RECORD"};
+    daemon.unsetEnv = {
+        "FACEDET_LOOP",      "FACEDET_EXIT_AT_END", "FACEDET_FAULTS",          "FACEDET_FRAME_COST_MS",
+        "FACEDET_FRAME_TAP", "FACEDET_RECORD",      "FACEDET_DELIVERED_FRAMES"};
     if (o.frameCostMs > 0) {
         daemon.env["FACEDET_FRAME_COST_MS"] = frame_cost_text(o.frameCostMs);
     }
