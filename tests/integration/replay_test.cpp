@@ -11,6 +11,7 @@
 #include <nlohmann/json.hpp>
 #include <opencv2/videoio.hpp>
 
+#include "bad_videos.h"
 #include "process_helpers.h"
 #include "run_logs.h"
 #include "temp_dir.h"
@@ -150,6 +151,21 @@ TEST(ReplayBadInput, OutputFolderWithFilesNeedsForceAndAMissingGammaPeerIsNamed)
     }
 }
 
+// The frames that decode are played; the terminal, the summary and the page
+// say how many did not.
+TEST(ReplayBadInput, VideoWithFramesThatDoNotDecodeIsPlayedAndTheirCountSaid) {
+    TempDir dir;
+    ASSERT_TRUE(make_video_with_three_bad_frames(dir.file("bad.avi")));
+    const Replay r = replay(dir, {dir.file("bad.avi"), "--out", dir.file("out"), "--lockstep"});
+    ASSERT_EQ(r.status, 0) << r.out << r.err;
+    const std::string said = "3 frames of the source could not be decoded and were skipped";
+    EXPECT_NE(r.out.find(said), npos) << r.out;
+    const std::string json = read_file(dir.file("out/summary.json"));
+    EXPECT_EQ(figure(json, "source_frames_failed"), 3) << json;
+    EXPECT_NE(json.find("\"delivered\": 17,"), npos) << json;
+    EXPECT_NE(read_file(dir.file("out/report.html")).find(said), npos);
+}
+
 TEST(ReplayBadInput, DaemonPastItsTimeLimitIsReportedIncomplete) {
     TempDir dir;
     // Ten seconds of frames at the real pace, stopped after four.
@@ -230,6 +246,9 @@ TEST(ReplayExpectation, RawClipTakesSendsAndCountsWhatItDidBefore) {
         for (const char *time : {"source", "wall_seconds", "analysed_fps", "stages"}) {
             summary.erase(time);
         }
+        // Came after the expectation was stored; a raw clip has no frame that fails.
+        EXPECT_EQ(summary["source_frames_failed"], 0);
+        summary.erase("source_frames_failed");
         summary["camera"].erase("state_samples");
         const std::string expected = std::string(FACEDET_TEST_DATA_DIR) + "/expected/across_and_back." + pace;
         const std::pair<std::string, std::string> files[] = {
