@@ -16,7 +16,7 @@ packages=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev googletest 
           clang-format binutils)
 if [[ $what == test ]]; then
   packages+=(g++-arm-linux-gnueabihf qemu-user systemd busybox clang-14 libfuzzer-14-dev python3-matplotlib
-             chromium chromium-driver ccache)
+             chromium chromium-driver ccache ffmpeg)
 fi
 
 missing=()
