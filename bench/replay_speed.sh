@@ -80,13 +80,12 @@ for clip in clip1080 clip270; do
   t0=$(now)
   ffmpeg -loglevel error -i "$file" -vf scale=416:234 -f null - 2>/dev/null
   floor=$(awk -v a="$t0" -v b="$(now)" 'BEGIN {printf "%.2f", b - a}')
-  floor_cpu=$( { /usr/bin/time -f '%U %S' ffmpeg -loglevel error -i "$file" -vf scale=416:234 -f null - ; } 2>&1 |
-    tail -1 | awk '{printf "%.2f", $1 + $2}')
+  /usr/bin/time -o "$work/$clip.floor" -f '%U %S' ffmpeg -loglevel error -i "$file" -vf scale=416:234 -f null -
+  floor_cpu=$(awk '{printf "%.2f", $1 + $2}' "$work/$clip.floor")
 
   rm -rf "$work/$clip.camera" "$work/$clip.lockstep"
-  stats=$( { /usr/bin/time -f '%e %M' "$replay" "$file" --out "$work/$clip.camera" >/dev/null 2>&1; } 2>&1 | tail -1)
-  whole=${stats% *}
-  peak=${stats#* }
+  /usr/bin/time -o "$work/$clip.time" -f '%e %M' "$replay" "$file" --out "$work/$clip.camera" >/dev/null 2>&1
+  read -r whole peak <"$work/$clip.time"
   daemon=$(json "$work/$clip.camera/summary.json" 'd["wall_seconds"]')
   "$replay" "$file" --lockstep --out "$work/$clip.lockstep" >/dev/null 2>&1
   lockstep=$(json "$work/$clip.lockstep/summary.json" 'd["wall_seconds"]')
@@ -106,7 +105,7 @@ for clip in clip1080 clip270; do
   live_cpu=$(awk -v a="$cpu0" -v b="$cpu1" 'BEGIN {printf "%.3f", (b - a) / 30}')
   floor_rate=$(awk -v c="$floor_cpu" -v v="$video" 'BEGIN {printf "%.3f", c / v}')
 
-  lock_target=$(awk -v f="$floor" -v i="$inference" 'BEGIN {a = 1.5 * f; b = 1.2 * i; printf "%.2f", a > b ? a : b}')
+  lock_target=$(awk -v f="$floor" -v i="$inference" 'BEGIN {a = 1.5 * f; b = 1.2 * i; printf "%.2f", (a > b ? a : b)}')
   rt() { awk -v v="$video" -v w="$1" 'BEGIN {printf "%.1fx", v / w}'; }
   row "$name" "decoder's floor" "$floor s" "1.00" "$(rt "$floor")" "-"
   row "$name" "daemon, camera pace" "$daemon s" "$(ratio "$daemon" "$floor")" "$(rt "$daemon")" \
@@ -121,9 +120,25 @@ for clip in clip1080 clip270; do
   [[ $clip == clip1080 ]] && peak1080=$peak
 done
 
+# Ten minutes: the memory against the minute's, and the daemon's pace once
+# its fixed start-up (2.2 s of the daemon's own pauses, on the wall clock at
+# every pace) no longer counts.
 if [[ ${REPLAY_SPEED_LONG:-1} == 1 ]]; then
+  file=$work/clip1080_10min.mp4
+  video=$(seconds_of "$file")
+  t0=$(now)
+  ffmpeg -loglevel error -i "$file" -vf scale=416:234 -f null - 2>/dev/null
+  floor=$(awk -v a="$t0" -v b="$(now)" 'BEGIN {printf "%.2f", b - a}')
   rm -rf "$work/long.camera"
-  long=$( { /usr/bin/time -f '%M' "$replay" "$work/clip1080_10min.mp4" --out "$work/long.camera" >/dev/null 2>&1; } 2>&1 | tail -1)
+  /usr/bin/time -o "$work/long.time" -f '%e %M' "$replay" "$file" --out "$work/long.camera" >/dev/null 2>&1
+  read -r whole long <"$work/long.time"
+  daemon=$(json "$work/long.camera/summary.json" 'd["wall_seconds"]')
+  rt() { awk -v v="$video" -v w="$1" 'BEGIN {printf "%.1fx", v / w}'; }
+  row "1920x1080, 10 min" "decoder's floor" "$floor s" "1.00" "$(rt "$floor")" "-"
+  row "1920x1080, 10 min" "daemon, camera pace" "$daemon s" "$(ratio "$daemon" "$floor")" "$(rt "$daemon")" \
+    "≤ 1.5: $(met "$(ratio "$daemon" "$floor")" 1.5)"
+  row "1920x1080, 10 min" "whole replay, camera pace, with report and video" "$whole s" \
+    "$(ratio "$whole" "$floor")" "$(rt "$whole")" "≤ 3: $(met "$(ratio "$whole" "$floor")" 3)"
   row "1920x1080, 10 min" "replay's peak resident memory (x the 1-minute clip's)" "$((long / 1024)) MiB" \
     "$(ratio "$long" "$peak1080")" "-" "≤ 1.10: $(met "$(ratio "$long" "$peak1080")" 1.10)"
 fi
