@@ -21,13 +21,11 @@
 #   REPLAY_SPEED_WORK  where clips and replays go (default BUILD/replay_speed)
 #   REPLAY_SPEED_LONG  0: leave out the 10-minute clip (default 1)
 set -euo pipefail
-cd "$(dirname "$0")/.."
-root=$PWD
+root=$(cd "$(dirname "$0")/.." && pwd)
+shared=$(cd "$root/../shared" && pwd)
 build=${FACEDET_BUILD_DIR:-$root/build/release}
+replay=$build/tools/facedet_replay/facedet_replay live=$build/tools/facedet_live/facedet_live
 work=${REPLAY_SPEED_WORK:-$build/replay_speed}
-shared=$(cd ../shared && pwd)
-replay=$build/tools/facedet_replay/facedet_replay
-live=$build/tools/facedet_live/facedet_live
 for tool in "$replay" "$live" ffmpeg; do
   if ! command -v "$tool" >/dev/null; then
     echo "replay_speed: no $tool (build it, or install ffmpeg)" >&2

@@ -122,8 +122,9 @@ VideoResult render_video(const std::string &source, const std::string &delivered
     }
 #if FACEDET_HAS_FFMPEG
     const cv::Size size(2 * kPanelWidth, kPanelHeight);
-    std::unique_ptr<VideoEncoder> writer = VideoEncoder::open(outPath, size, fps, &result.error);
-    if (!writer) {
+    VideoEncoder writer(outPath, size, fps);
+    if (!writer.error().empty()) {
+        result.error = writer.error();
         return result;
     }
 #else
@@ -151,7 +152,7 @@ VideoResult render_video(const std::string &source, const std::string &delivered
         const cv::Mat picture = draw_frame(frame, e, fate, cursor.overlay(),
                                            sim_state_at(sim.states, static_cast<int64_t>(e.ptsUs)));
 #if FACEDET_HAS_FFMPEG
-        if (!writer->write(picture)) {
+        if (!writer.write(picture)) {
             result.error = "FFmpeg failed to encode a picture of '" + outPath + "'";
             return result;
         }
@@ -164,7 +165,7 @@ VideoResult render_video(const std::string &source, const std::string &delivered
         }
     }
 #if FACEDET_HAS_FFMPEG
-    if (!writer->finish()) {
+    if (!writer.finish()) {
         result.error = "'" + outPath + "' could not be finished";
         return result;
     }

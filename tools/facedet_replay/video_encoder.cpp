@@ -51,27 +51,31 @@ const AVCodec *choose_encoder() {
 
 }  // namespace
 
-VideoEncoder::VideoEncoder(std::unique_ptr<Av> av) : av_(std::move(av)) {}
+VideoEncoder::VideoEncoder(const std::string &path, cv::Size size, double fps) : av_(std::make_unique<Av>()) {
+    if (!open(path, size, fps)) {
+        av_->finished = true;  // nothing to finish
+    }
+}
 
 VideoEncoder::~VideoEncoder() {
-    if (av_ && !av_->finished) {
+    if (!av_->finished) {
         finish();
     }
 }
 
-std::unique_ptr<VideoEncoder> VideoEncoder::open(const std::string &path, cv::Size size, double fps,
-                                                 std::string *error) {
+bool VideoEncoder::open(const std::string &path, cv::Size size, double fps) {
     // The encoder's statistics are not the replay's business.
     av_log_set_level(AV_LOG_ERROR);
-    auto av = std::make_unique<Av>();
+    Av *av = av_.get();
+    std::string *error = &error_;
     const AVCodec *codec = choose_encoder();
     if (codec == nullptr) {
         *error = "FFmpeg has neither an H.264 nor an MPEG-4 encoder";
-        return nullptr;
+        return false;
     }
     if (avformat_alloc_output_context2(&av->format, nullptr, "mp4", path.c_str()) < 0) {
         *error = "FFmpeg cannot write MP4 files";
-        return nullptr;
+        return false;
     }
     av->stream = avformat_new_stream(av->format, nullptr);
     av->codec = avcodec_alloc_context3(codec);
@@ -79,7 +83,7 @@ std::unique_ptr<VideoEncoder> VideoEncoder::open(const std::string &path, cv::Si
     av->packet = av_packet_alloc();
     if (av->stream == nullptr || av->codec == nullptr || av->frame == nullptr || av->packet == nullptr) {
         *error = "FFmpeg cannot set up its encoder";
-        return nullptr;
+        return false;
     }
     // Time in thousandths of a frame period is exact enough for any rate.
     const AVRational rate = av_d2q(fps > 0 ? fps : 30.0, 100000);
@@ -102,17 +106,17 @@ std::unique_ptr<VideoEncoder> VideoEncoder::open(const std::string &path, cv::Si
     if (avcodec_open2(av->codec, codec, nullptr) < 0 ||
         avcodec_parameters_from_context(av->stream->codecpar, av->codec) < 0) {
         *error = std::string("FFmpeg cannot open its ") + codec->name + " encoder";
-        return nullptr;
+        return false;
     }
     av->stream->time_base = av->codec->time_base;
     av->stream->avg_frame_rate = rate;
     if (avio_open(&av->format->pb, path.c_str(), AVIO_FLAG_WRITE) < 0) {
         *error = "cannot write '" + path + "'";
-        return nullptr;
+        return false;
     }
     if (avformat_write_header(av->format, nullptr) < 0) {
         *error = "FFmpeg cannot start '" + path + "'";
-        return nullptr;
+        return false;
     }
     av->headerWritten = true;
     av->frame->format = AV_PIX_FMT_YUV420P;
@@ -120,15 +124,15 @@ std::unique_ptr<VideoEncoder> VideoEncoder::open(const std::string &path, cv::Si
     av->frame->height = size.height;
     if (av_frame_get_buffer(av->frame, 0) < 0) {
         *error = "out of memory for the video's picture";
-        return nullptr;
+        return false;
     }
     av->sws = sws_getContext(size.width, size.height, AV_PIX_FMT_BGR24, size.width, size.height,
                              AV_PIX_FMT_YUV420P, SWS_BILINEAR, nullptr, nullptr, nullptr);
     if (av->sws == nullptr) {
         *error = "FFmpeg cannot convert the pictures";
-        return nullptr;
+        return false;
     }
-    return std::unique_ptr<VideoEncoder>(new VideoEncoder(std::move(av)));
+    return true;
 }
 
 bool VideoEncoder::drain() {

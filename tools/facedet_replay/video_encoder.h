@@ -13,24 +13,24 @@ namespace replay {
 
 class VideoEncoder {
   public:
-    // Null with *error when no encoder or the file cannot be set up.
-    static std::unique_ptr<VideoEncoder> open(const std::string &path, cv::Size size, double fps,
-                                              std::string *error);
-    ~VideoEncoder();
-    VideoEncoder(const VideoEncoder &) = delete;
-    VideoEncoder &operator=(const VideoEncoder &) = delete;
+    // Sets up the encoder and the file; error() says why when it could not.
+    VideoEncoder(const std::string &path, cv::Size size, double fps);
+    ~VideoEncoder();  // finishes the file when finish() was not called
 
-    // One picture of the size given at open.
+    // Empty once open; else one line.
+    const std::string &error() const { return error_; }
+    // One picture of the size given.
     bool write(const cv::Mat &bgr);
     // Flushes the encoder and closes the file; false when the file is not whole.
     bool finish();
 
   private:
     struct Av;
-    explicit VideoEncoder(std::unique_ptr<Av> av);
+    bool open(const std::string &path, cv::Size size, double fps);
     bool drain();
 
-    std::unique_ptr<Av> av_;
+    std::unique_ptr<Av> av_;  // also makes the encoder move-only
+    std::string error_;
 };
 
 }  // namespace replay
