@@ -14,6 +14,8 @@
 
 #include "host_system.h"
 
+void host::keep_program_sleep() {}
+
 extern "C" int usleep(useconds_t us) {
     if (const std::shared_ptr<host::Pipeline> pipeline = host::current_pipeline();
         pipeline && pipeline->consumer_pause(us)) {

@@ -73,6 +73,7 @@ MI_U64 current_pts() {
 }
 
 MI_S32 system_init() {
+    keep_program_sleep();
     System &s = system_state();
     std::lock_guard<std::mutex> life(s.lifecycle);
     std::optional<Config> hookConfig;

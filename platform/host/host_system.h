@@ -67,6 +67,12 @@ MI_U64 current_pts();
 MI_S32 system_init();
 MI_S32 system_exit();
 
+// Defined beside the program's usleep (host_sleep.cpp) and called by
+// system_init, so that the linker takes that unit from the archive whatever
+// else defines usleep first: a sanitizer runtime linked ahead of everything
+// (ThreadSanitizer's intercepts usleep) would otherwise leave it out.
+void keep_program_sleep();
+
 // Runs an MI entry point's body; nothing may escape into C callers.
 template <typename Body>
 MI_S32 guarded(MI_ModuleId_e module, Body &&body) noexcept {
