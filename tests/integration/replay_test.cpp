@@ -164,6 +164,8 @@ TEST(ReplayBadInput, VideoWithFramesThatDoNotDecodeIsPlayedAndTheirCountSaid) {
     EXPECT_EQ(figure(json, "source_frames_failed"), 3) << json;
     EXPECT_NE(json.find("\"delivered\": 17,"), npos) << json;
     EXPECT_NE(read_file(dir.file("out/report.html")).find(said), npos);
+    // The video was drawn from the platform's copy of the frames, which goes with the run.
+    EXPECT_FALSE(file_exists(dir.file("out/.delivered.tmp.nv12")));
 }
 
 TEST(ReplayBadInput, DaemonPastItsTimeLimitIsReportedIncomplete) {

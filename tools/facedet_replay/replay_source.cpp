@@ -27,8 +27,6 @@ cv::Mat to_port_size(const cv::Mat &bgr) {
     return out;
 }
 
-}  // namespace
-
 // By the extension, as the platform tells its raw sources.
 bool is_raw_path(const std::string &path) {
     std::string extension = std::filesystem::path(path).extension().string();
@@ -36,6 +34,8 @@ bool is_raw_path(const std::string &path) {
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     return extension == ".nv12" || extension == ".yuv";
 }
+
+}  // namespace
 
 SourceInfo probe_source(const std::string &path) {
     SourceInfo info;

@@ -26,9 +26,6 @@ struct SourceInfo {
     long frames = -1;  // -1: unknown
 };
 
-// Whether the platform reads the path as a raw NV12 clip (by its extension).
-bool is_raw_path(const std::string &path);
-
 // Opens the source as the host platform would and reports what it is.
 SourceInfo probe_source(const std::string &path);
 

@@ -24,8 +24,6 @@ bool holds_nothing(const std::string &path) {
     return !fs::exists(path, error) || (fs::is_directory(path, error) && fs::is_empty(path, error));
 }
 
-}  // namespace
-
 // A video is decoded once: the daemon's platform keeps a copy of the port's
 // pictures for the replay's video. It takes 146 KB a frame, so only when the
 // run's frames are known and fit, with 1 GiB to spare, on the output's disk.
@@ -42,6 +40,8 @@ std::string delivered_copy_path(const Options &o, const Probe &p) {
     }
     return p.out + "/.delivered.tmp.nv12";
 }
+
+}  // namespace
 
 bool probe(const Options &o, Probe *p) {
     p->source = probe_source(o.source);
