@@ -10,6 +10,8 @@
 
 #include <unistd.h>
 
+#include "recording/reader.h"
+
 namespace host {
 namespace {
 
@@ -27,6 +29,11 @@ std::string lower_extension(const std::string &path) {
 
 }  // namespace
 
+const std::vector<std::vector<uint8_t>> &FrameSource::controls_before() const {
+    static const std::vector<std::vector<uint8_t>> none;
+    return none;
+}
+
 bool is_raw_nv12_path(const std::string &path) {
     const std::string ext = lower_extension(path);
     return ext == ".nv12" || ext == ".yuv";
@@ -38,6 +45,9 @@ std::unique_ptr<FrameSource> open_frame_source(const std::string &path, std::str
     if (::access(path.c_str(), R_OK) != 0) {
         *error = std::strerror(errno);
         return nullptr;
+    }
+    if (recording::is_recording_path(path)) {
+        return open_recording_source(path, error);
     }
     if (is_raw_nv12_path(path)) {
         return open_raw_nv12_source(path, error);

@@ -43,6 +43,17 @@ class FrameSource {
 
     // Frames of the clip that could not be decoded and were skipped so far.
     virtual long failed_frames() const { return 0; }
+
+    // A recording's frames keep the camera's time: *us is when the camera
+    // took the current frame, in microseconds since the recording began.
+    // False for every other source.
+    virtual bool recorded_time(uint64_t *us) const {
+        (void)us;
+        return false;
+    }
+    // A recording's control datagrams that reached the daemon on the camera
+    // after the frame before the current one was taken, oldest first.
+    virtual const std::vector<std::vector<uint8_t>> &controls_before() const;
 };
 
 // Raw files are recognised by the extension .nv12 or .yuv (any case).
@@ -53,6 +64,11 @@ bool is_raw_nv12_path(const std::string &path);
 std::unique_ptr<FrameSource> open_frame_source(const std::string &path, std::string *error);
 
 std::unique_ptr<FrameSource> open_raw_nv12_source(const std::string &path, std::string *error);
+
+// A flight recording (a recording directory, or its file): the frames the
+// camera's daemon took, each once, with their times and the control
+// datagrams between them.
+std::unique_ptr<FrameSource> open_recording_source(const std::string &path, std::string *error);
 
 #if FACEDET_HAS_FFMPEG
 std::unique_ptr<FrameSource> open_ffmpeg_source(const std::string &path, std::string *error);

@@ -10,6 +10,8 @@
 #include <cstdlib>
 #include <limits>
 
+#include "recording/reader.h"
+
 namespace host {
 namespace {
 
@@ -196,7 +198,11 @@ bool parse_pace(const std::string &text, Pace *out, std::string *error) {
         *out = Pace::Camera;
         return true;
     }
-    *error = "FACEDET_PACE '" + text + "' is not realtime, lockstep or camera";
+    if (v == "recorded") {
+        *out = Pace::Recorded;
+        return true;
+    }
+    *error = "FACEDET_PACE '" + text + "' is not realtime, lockstep, camera or recorded";
     return false;
 }
 
@@ -238,10 +244,19 @@ bool config_from_env(Config *out, std::string *error) {
         }
         c.hasFrameCost = true;
     }
+    const bool recording = !c.source.empty() && recording::is_recording_path(c.source);
+    if (trim(env("FACEDET_PACE")).empty() && recording) {
+        c.pace = Pace::Recorded;
+    } else if (c.pace == Pace::Recorded && !recording) {
+        *error = "FACEDET_PACE recorded plays a flight recording, and FACEDET_SOURCE is none";
+        return false;
+    }
     const std::string runtimeDir = env("FACEDET_RUNTIME_DIR");
     if (c.pace != Pace::Realtime && !runtimeDir.empty()) {
         c.clockPath = runtimeDir + "/source_clock";
     }
+    // Where the daemon binds its control socket (the same default folder).
+    c.controlPath = (runtimeDir.empty() ? std::string("/dev") : runtimeDir) + "/sin_addr.socket";
     *out = c;
     return true;
 }

@@ -35,8 +35,11 @@ struct Faults {
 // consumer has given the previous one back, so runs are deterministic.
 // Camera: deterministic like lockstep, but each frame taken costs the
 // consumer the camera's time, and frames that come meanwhile pass through
-// the port's queue as on the camera (pace_clock.h).
-enum class Pace { Realtime, Lockstep, Camera };
+// the port's queue as on the camera (pace_clock.h). Recorded: a flight
+// recording's frames, every one taken, one at a time as in lockstep, each
+// stamped with the time the camera took it; the control datagrams recorded
+// between two frames reach the daemon before the second is handed out.
+enum class Pace { Realtime, Lockstep, Camera, Recorded };
 
 // The camera's time per analysed frame when FACEDET_FRAME_COST_MS is not set:
 // one Cortex-A7 at 1.0 GHz (docs/BENCHMARKS.md, "On the camera").
@@ -62,6 +65,9 @@ struct Config {
     // Lockstep and camera: the source time is published here for other
     // processes ($FACEDET_RUNTIME_DIR/source_clock); empty: not published.
     std::string clockPath;
+    // Recorded pace: the daemon's control socket, where the recording's
+    // control datagrams are delivered ($FACEDET_RUNTIME_DIR/sin_addr.socket).
+    std::string controlPath;
     Faults faults;
 };
 
@@ -70,7 +76,8 @@ struct Config {
 // name or a malformed value returns false with *error naming the entry.
 bool parse_faults(const std::string &text, Faults *out, std::string *error);
 
-// Parses a FACEDET_PACE value ("realtime", "lockstep", "camera"; empty: realtime).
+// Parses a FACEDET_PACE value ("realtime", "lockstep", "camera", "recorded";
+// empty: realtime).
 bool parse_pace(const std::string &text, Pace *out, std::string *error);
 
 // Parses a FACEDET_FRAME_COST_MS value: milliseconds above 0 and up to
@@ -79,7 +86,9 @@ bool parse_frame_cost(const std::string &text, double *ms, std::string *error);
 
 // Builds a Config from the FACEDET_* environment variables. Returns false
 // with a one-line *error for a value that cannot be used; an unset source is
-// not an error here (the pipeline reports it).
+// not an error here (the pipeline reports it). A recording as the source
+// plays at the recorded pace unless FACEDET_PACE says otherwise; the recorded
+// pace with any other source is an error.
 bool config_from_env(Config *out, std::string *error);
 
 }  // namespace host

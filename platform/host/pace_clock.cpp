@@ -66,6 +66,7 @@ MI_U64 PaceClock::frame_taken(MI_U64 stampUs, MI_U64 wallUs) {
     takenWallUs_ = wallUs;
     switch (pace_) {
         case Pace::Lockstep:
+        case Pace::Recorded:
             takenStampUs_ = stampUs;
             return stampUs;
         case Pace::Camera:
@@ -82,6 +83,7 @@ MI_U64 PaceClock::read(bool byConsumer, MI_U64 wallUs) {
     const MI_U64 charge = byConsumer && hasCost_ ? meter_.charge_read() : 0;
     switch (pace_) {
         case Pace::Lockstep:
+        case Pace::Recorded:
             return takenStampUs_ + std::min<MI_U64>(wallUs - std::min(wallUs, takenWallUs_), periodUs_ - 1);
         case Pace::Camera:
             busyUntilUs_ += charge;
@@ -97,7 +99,8 @@ bool PaceClock::pause(MI_U64 us) {
         case Pace::Camera:
             busyUntilUs_ += us;
             return true;
-        case Pace::Lockstep: {
+        case Pace::Lockstep:
+        case Pace::Recorded: {
             const bool afterFrame = takenSincePause_;
             takenSincePause_ = false;
             return afterFrame;

@@ -7,6 +7,7 @@
  * until the camera would have finished the last one.
  * Lockstep: the source's timeline. Frame k is stamped k / fps; the clock
  * reads the frame last taken plus the wall time since, below the next frame.
+ * Recorded: as lockstep, on the times the camera took the recorded frames.
  * Camera: the source's timeline, on which the consumer's work costs the
  * camera's time. The consumer is busy from each take until the frame's cost
  * has passed; frames that arrive meanwhile wait in the port's queue as on the

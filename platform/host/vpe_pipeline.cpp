@@ -24,7 +24,8 @@ Pipeline::Pipeline(const Config &config, std::unique_ptr<FrameSource> source, st
       source_(std::move(source)),
       frameLog_(frameLog),
       clock_(config.pace, source_ ? source_->fps() : 30.0, config.hasFrameCost,
-             frame_cost_from_ms(config.frameCostMs), monotonic_us()) {
+             frame_cost_from_ms(config.frameCostMs), monotonic_us()),
+      controlDelivery_(config.controlPath) {
     for (Channel &c : channels_) {
         for (Port &p : c.ports) {
             p.queue.reserve(kMaxPortDepth + 1);
@@ -236,6 +237,7 @@ bool Pipeline::fed_queues_empty() const {
 bool Pipeline::next_frame_may_come() const {
     switch (config_.pace) {
         case Pace::Lockstep:
+        case Pace::Recorded:
             return lockstep_ready();
         case Pace::Camera:
             return any_fed() && clock_.may_arrive(nextStamp_, fed_queues_empty());

@@ -19,6 +19,7 @@
 #include <thread>
 #include <vector>
 
+#include "control_delivery.h"
 #include "frame_source.h"
 #include "frame_tap.h"
 #include "host_config.h"
@@ -159,8 +160,19 @@ class Pipeline {
         bool ok = false;            // false: the source has ended (or failed)
         int width = 0, height = 0;  // of `picture`; 0: not scaled yet
         std::vector<uint8_t> picture;
+        bool recorded = false;  // a recording's frame: its time and the controls before it
+        uint64_t recordedUs = 0;
+        std::vector<std::vector<uint8_t>> controls;
     };
     void read_ahead(Ahead &ahead, int width, int height);
+    // Recorded pace: the control datagrams that came before the frame at the
+    // front of the port, handed to the daemon before it gets the frame.
+    struct PendingControl {
+        uint64_t beforeIndex = 0;  // the source frame they came before
+        std::vector<uint8_t> bytes;
+    };
+    bool controls_due(const Port &p) const;
+    void deliver_controls(std::unique_lock<std::mutex> &lk, const Port &p);
 
     const Config config_;
     std::unique_ptr<FrameSource> source_;  // used by the producer thread only
@@ -188,6 +200,9 @@ class Pipeline {
     uint64_t putbufCalls_ = 0;
     bool portmodeFaultUsed_ = false;
     PipelineStats stats_;
+    std::vector<PendingControl> pendingControls_;  // oldest first
+    std::vector<PendingControl> delivering_;       // the consumer's, outside the lock
+    ControlDelivery controlDelivery_;              // the consumer's only
 };
 
 }  // namespace host

@@ -145,10 +145,43 @@ int Pipeline::get_buf(const MI_SYS_ChnPort_t &cp, MI_SYS_BufInfo_t *info, MI_SYS
         if (p.held >= p.userDepth) {
             return E_MI_ERR_NOBUF;  // the user already holds as many frames as allowed
         }
+        if (controls_due(p)) {
+            deliver_controls(lk, p);
+            if (stopped()) {
+                return E_MI_ERR_NOT_INIT;
+            }
+            if (!p.enabled || p.queue.empty()) {
+                return E_MI_ERR_BUF_EMPTY;
+            }
+        }
         take_front(chn, port, info, handle);
     }
     wake_.notify_all();
     return 0;
+}
+
+// Recorded pace: control datagrams came before the frame at the port's front (mu_ held).
+bool Pipeline::controls_due(const Port &p) const {
+    return !pendingControls_.empty() && !p.queue.empty() &&
+           pendingControls_.front().beforeIndex <= p.queue.front()->sourceIndex;
+}
+
+// Hands them to the daemon's control socket with the lock let go, since the
+// daemon's control thread must run to take them; the frame stays queued.
+void Pipeline::deliver_controls(std::unique_lock<std::mutex> &lk, const Port &p) {
+    const uint64_t frameIndex = p.queue.front()->sourceIndex;
+    delivering_.clear();
+    size_t due = 0;
+    while (due < pendingControls_.size() && pendingControls_[due].beforeIndex <= frameIndex) {
+        delivering_.push_back(std::move(pendingControls_[due]));
+        ++due;
+    }
+    pendingControls_.erase(pendingControls_.begin(), pendingControls_.begin() + static_cast<long>(due));
+    lk.unlock();
+    for (const PendingControl &control : delivering_) {
+        controlDelivery_.deliver(control.bytes.data(), control.bytes.size());
+    }
+    lk.lock();
 }
 
 // Hands out the oldest queued frame of the port (mu_ held).

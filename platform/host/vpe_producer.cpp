@@ -68,6 +68,14 @@ void Pipeline::read_ahead(Ahead &ahead, int width, int height) {
         if (!ahead.ok && config_.loop && source_->rewind()) {
             ahead.ok = source_->next(width, height);
         }
+        if (ahead.ok) {
+            ahead.recorded = source_->recorded_time(&ahead.recordedUs);
+            const std::vector<std::vector<uint8_t>> &controls = source_->controls_before();
+            ahead.controls.resize(controls.size());
+            for (size_t i = 0; i < controls.size(); ++i) {
+                ahead.controls[i].assign(controls[i].begin(), controls[i].end());
+            }
+        }
         if (ahead.ok && width > 0 && height > 0) {
             ahead.picture.resize(static_cast<size_t>(width) * height * 3 / 2);  // once: the port's size stays
             source_->render(width, height, ahead.picture.data());
@@ -153,7 +161,8 @@ void Pipeline::produce() {
             ok = false;
         }
         // The stamp depends on nothing the lock guards; the tap is the producer's own.
-        const MI_U64 pts = clock_.frame_stamp(index, monotonic_us());
+        // A recording's frames keep the camera's times.
+        const MI_U64 pts = ahead.recorded ? ahead.recordedUs : clock_.frame_stamp(index, monotonic_us());
         if (ok && !targets.empty()) {
             const Buffer &shown = *targets.front().buffer;
             tap_.publish(index, pts, shown.width, shown.height, shown.data.data());
@@ -181,6 +190,10 @@ void Pipeline::produce() {
             }
         }
         targets.clear();
+        for (std::vector<uint8_t> &bytes : ahead.controls) {
+            pendingControls_.push_back(PendingControl{index, std::move(bytes)});
+        }
+        ahead.controls.clear();
         ++index;
         stats_.sourceFrames = index;
         nextStamp_ = clock_.frame_stamp(index, monotonic_us());

@@ -41,6 +41,25 @@ bool read_exactly(std::FILE *stream, void *to, size_t size) {
 
 }  // namespace
 
+bool is_recording_path(const std::string &path) {
+    struct stat st;
+    if (stat(path.c_str(), &st) != 0) {
+        return false;
+    }
+    if (S_ISDIR(st.st_mode)) {
+        return true;
+    }
+    std::FILE *stream = fopen(path.c_str(), "rbe");
+    if (stream == nullptr) {
+        return false;
+    }
+    uint8_t bytes[kFileHeaderBytes];
+    const size_t got = fread(bytes, 1, sizeof bytes, stream);
+    fclose(stream);
+    FileHeader ignored;
+    return decode_file_header(bytes, got, &ignored) != HeaderCheck::NotARecording;
+}
+
 std::unique_ptr<Reader> Reader::open(const std::string &path, const FrameGeometry &frame,
                                      std::string *error) {
     std::string file = path;

@@ -12,8 +12,6 @@
 #include "faceDet/frame_geometry.h"
 #include "mi_common.h"
 
-// Frames only counted after start, while exposure and the pipeline settle.
-constexpr int kWarmUpFrames = 9;
 // Where the frame counter wraps to, staying above the warm-up.
 constexpr int kFrameCounterLimit = 10000000;
 constexpr int kFrameCounterRestart = 10;

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <exception>
 
+#include "recording/reader.h"
 #include "replay_steps.h"
 #include "tool_cli.h"
 
@@ -18,22 +19,25 @@ namespace {
 // -1 to go on, else the exit status.
 int parse_options(int argc, char **argv, replay::Options *o) {
     CLI::App app{
-        "Plays SOURCE (video, image or raw NV12 416x234 clip) through faceDet with camera_sim\n"
-        "as the camera, and writes DIR/replay.mp4, timeline.png, report.html, summary.json\n"
-        "and the raw logs in DIR/logs/.",
+        "Plays SOURCE (video, image, raw NV12 416x234 clip or a camera's flight recording)\n"
+        "through faceDet with camera_sim as the camera, and writes DIR/replay.mp4,\n"
+        "timeline.png, report.html, summary.json and the raw logs in DIR/logs/. A recording\n"
+        "is also checked: the PC's packets against the camera's, frame by frame.",
         "facedet_replay"};
     tool_cli::set_up(app,
-                     "facedet_replay SOURCE --out DIR [--pace camera|lockstep|realtime] [--frame-cost MS]\n"
-                     "               [--seconds S] [--gamma] [--force] [--timeout S] [--engine mnn|opencv]\n"
-                     "               [--truth truth.csv]");
+                     "facedet_replay SOURCE --out DIR [--pace camera|lockstep|realtime|recorded]\n"
+                     "               [--frame-cost MS] [--seconds S] [--gamma] [--force] [--timeout S]\n"
+                     "               [--engine mnn|opencv] [--truth truth.csv] [--arm] [--expect-identical]\n"
+                     "       facedet_replay --camera-log FILE --out DIR [--force]");
     app.add_option("SOURCE", o->source, "the clip to play")->type_name("");
     app.add_option("--out", o->out, "the folder for the results")->type_name("DIR");
     app.add_option("--pace", o->pace,
                    "camera (default): on the clip's time, each frame costs the camera's time\n"
                    "and frames that come meanwhile are dropped as the camera's port does;\n"
-                   "lockstep: every frame, on the clip's time; realtime: the wall clock")
+                   "lockstep: every frame, on the clip's time; realtime: the wall clock;\n"
+                   "recorded (a recording's only pace): every frame the camera took, at its time")
         ->type_name("P")
-        ->check(tool_cli::one_of({"camera", "lockstep", "realtime"}));
+        ->check(tool_cli::one_of({"camera", "lockstep", "realtime", "recorded"}));
     app.add_flag_callback(
         "--lockstep", [o] { o->pace = "lockstep"; }, "the same as --pace lockstep");
     app.add_option("--frame-cost", o->frameCostMs,
@@ -57,8 +61,30 @@ int parse_options(int argc, char **argv, replay::Options *o) {
     app.add_option("--truth", o->truth,
                    "score the camera's view against the true faces in F (CSV frame,person,x,y,w,h)")
         ->type_name("F");
+    app.add_flag("--expect-identical", o->expectIdentical,
+                 "a recording only: exit with status 3 when the PC's packets differ from the camera's");
+    app.add_flag("--arm", o->arm,
+                 "run the camera build (the arm preset's faceDet) under qemu-arm: the camera's own\n"
+                 "arithmetic, where the PC's network rounds differently");
+    app.add_option("--camera-log", o->cameraLog,
+                   "no run: the timeline, report and summary of a camera's console log\n"
+                   "(/var/log/faceDet.log)")
+        ->type_name("FILE");
     if (const int status = tool_cli::parse(app, argc, argv); status >= 0) {
         return status;
+    }
+    if (!o->cameraLog.empty()) {
+        if (!o->source.empty()) {
+            return tool_cli::usage_error(app, "--camera-log reads a camera's log alone: give no SOURCE");
+        }
+        if (o->out.empty()) {
+            return tool_cli::usage_error(app, "--camera-log FILE needs --out DIR (try --help)");
+        }
+        return -1;
+    }
+    if (o->expectIdentical && !o->source.empty() && !recording::is_recording_path(o->source)) {
+        return tool_cli::usage_error(
+            app, "--expect-identical checks the replay of a recording, and '" + o->source + "' is none");
     }
     if (o->source.empty() || o->out.empty()) {
         return tool_cli::usage_error(app, "SOURCE and --out DIR are needed (try --help)");
@@ -71,6 +97,9 @@ int parse_options(int argc, char **argv, replay::Options *o) {
 }
 
 int run_replay(const replay::Options &o) {
+    if (!o.cameraLog.empty()) {
+        return replay::replay_camera_log(o);
+    }
     replay::Probe probe;
     if (!replay::probe(o, &probe)) {
         return 2;  // refused before anything started

@@ -94,6 +94,9 @@ Summary summarise(const RunInfo &run, const DaemonLog &daemon, const std::vector
         if (f.stopFullView) {
             ++s.stopFullViews;
         }
+        s.runFrames += f.mode == Mode::Run ? 1 : 0;
+        s.stopFrames += f.mode == Mode::Stop ? 1 : 0;
+        s.modeSwitches += i > 0 && f.mode != daemon.frames[i - 1].mode ? 1 : 0;
         getFrame.push_back(f.getFrameMs);
         autogamma.push_back(f.autogammaMs);
         invoke.push_back(f.invokeMs);
@@ -123,7 +126,22 @@ Summary summarise(const RunInfo &run, const DaemonLog &daemon, const std::vector
             ++s.simBadPackets;
         }
     }
+    s.offPasses = daemon.offPasses;
     s.gamma = gamma;
+    return s;
+}
+
+Summary summarise_camera_log(const RunInfo &run, const DaemonLog &daemon,
+                             const std::vector<FrameLogEntry> &frames) {
+    Summary s = summarise(run, daemon, frames, SimLog(), {});
+    s.cameraLog = true;
+    std::vector<double> analysedMs;
+    for (const TakenFrame &f : daemon.frames) {
+        if (f.framingRan && f.allMs >= 0) {
+            analysedMs.push_back(f.allMs);
+        }
+    }
+    s.cameraFrameMs = spread_of(analysedMs);
     return s;
 }
 
@@ -167,6 +185,15 @@ std::string report_html(const Summary &s, bool haveVideo, bool haveTimeline) {
         s.firstMoveSeconds < 0 ? std::string("no move") : fmt("%.2f s", s.firstMoveSeconds));
     add(run, "full-view resets (no face)", std::to_string(s.resets));
     add(run, "full views while stopped", std::to_string(s.stopFullViews));
+    add(run, "auto framing",
+        std::to_string(s.runFrames) + " frames running, " + std::to_string(s.stopFrames) + " stopped, " +
+            std::to_string(s.offPasses) + " passes off; " + std::to_string(s.modeSwitches) + " switches");
+    if (s.cameraLog) {
+        const Spread &t = s.cameraFrameMs;
+        add(run, "the camera's time per analysed frame",
+            t.count == 0 ? std::string("no analysed frame")
+                         : fmt("median %.1f ms", t.median) + fmt(", 95th percentile %.1f ms", t.p95));
+    }
     add(run, "camera packets",
         std::to_string(s.simPackets) + " (" + std::to_string(s.simBadPackets) + " malformed)");
     page["run"] = run;
@@ -214,6 +241,25 @@ std::string report_html(const Summary &s, bool haveVideo, bool haveTimeline) {
         add(rows, "last person leaving to full view (median)", cell(t.exitToFullViewS, "%.2f s", 1));
         add(rows, "followed person changes per minute", cell(t.targetChangesPerMinute, "%.1f", 1));
         page["truth"] = {{"rows", rows}};
+    }
+
+    if (s.prediction.checked) {
+        page["prediction"] = {{"predictionClass", s.prediction.identical ? "good" : "bad"},
+                              {"line", prediction_line(s.prediction)}};
+    }
+    if (!s.recordingFile.empty()) {
+        nlohmann::ordered_json rows = nlohmann::ordered_json::array();
+        add(rows, "file", s.recordingFile);
+        add(rows, "frames the camera took", std::to_string(s.recordedFrames));
+        add(rows, "reading", s.recordingSummary);
+        add(rows, "records cut by damage", std::to_string(s.recordingCut));
+        add(rows, "events the recorder dropped", std::to_string(s.recordingDropped));
+        const Spread &t = s.cameraFrameMs;
+        add(rows, "the camera's time per analysed frame",
+            t.count == 0 ? std::string("no analysed frame followed by another")
+                         : fmt("median %.1f ms", t.median) + fmt(", 95th percentile %.1f ms", t.p95) + " (" +
+                               std::to_string(t.count) + " frames)");
+        page["recording"] = {{"rows", rows}};
     }
 
     page["gammaAsked"] = r.gammaAsked;

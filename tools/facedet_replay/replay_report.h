@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "framing_score.h"
+#include "prediction.h"
 #include "replay_logs.h"
 
 namespace replay {
@@ -14,7 +15,7 @@ namespace replay {
 // A run as the tool drove it; filled in by main.
 struct RunInfo {
     std::string source;
-    std::string pace = "camera";  // camera, lockstep or realtime
+    std::string pace = "camera";  // camera, lockstep, realtime or recorded
     double seconds = 0;           // 0: the clip once
     bool gammaAsked = false;
     std::string gammaStatus;  // "ran", "gamma_peer not built", ...
@@ -36,6 +37,9 @@ struct Summary {
     std::vector<int> faceHistogram;  // [n] frames with n faces (last bucket: n or more)
     int framesWithFaces = 0;
     int moves = 0, resets = 0, stopFullViews = 0;
+    // Auto framing as the frame loop saw it: frames taken running and
+    // stopped, passes while off, and the switches between them.
+    int runFrames = 0, stopFrames = 0, offPasses = 0, modeSwitches = 0;
     double durationSeconds = 0;  // first to last delivered frame
     double frameCostMs = -1;     // the camera's time per analysed frame; -1: none applied
     double analysedFps = -1;     // frames the detector ran on per second of the daemon's clock; -1: none
@@ -48,7 +52,21 @@ struct Summary {
     // Scored against a truth file (--truth); truthFile empty: not scored.
     std::string truthFile;
     FramingScore truth;
+    // A recording replayed: what it holds, the camera's own time per analysed
+    // frame, and the prediction check. recordingFile empty: not a recording.
+    std::string recordingFile, recordingSummary;
+    int recordedFrames = 0;
+    uint64_t recordingCut = 0, recordingDropped = 0;
+    Spread cameraFrameMs;
+    Prediction prediction;
+    bool cameraLog = false;  // read from a camera's console log alone
 };
+
+// A camera's own run, read from its console log alone (--camera-log): the
+// same figures, with `frames` made from the log's own time stamps; the
+// camera's time per analysed frame is the spread of its "all" stage times.
+Summary summarise_camera_log(const RunInfo &run, const DaemonLog &daemon,
+                             const std::vector<FrameLogEntry> &frames);
 
 // The PTS of each taken frame of the daemon log (matched by order with the
 // frame log's taken lines), -1 where the frame log has no such line.

@@ -39,6 +39,11 @@ bool is_raw_path(const std::string &path) {
 
 SourceInfo probe_source(const std::string &path) {
     SourceInfo info;
+    if (recording::is_recording_path(path)) {
+        info.kind = "recording";
+        info.ok = true;
+        return info;
+    }
     std::ifstream probe(path, std::ios::binary);
     if (!probe) {
         info.error = "cannot read '" + path + "'";
@@ -131,14 +136,17 @@ void SourceReader::reopen() {
     open_ = true;
     still_ = cv::Mat();
     raw_.reset();
+    recording_.reset();
     video_.release();
-    if (is_raw_path(path_)) {
+    std::string error;
+    if (recording::is_recording_path(path_)) {
+        recording_ = recording::Reader::open(path_, recording::kAnalysisFrame, &error);
+    } else if (is_raw_path(path_)) {
         raw_ = std::make_unique<std::ifstream>(path_, std::ios::binary);
     } else if (cv::haveImageReader(path_)) {
         still_ = cv::imread(path_, cv::IMREAD_COLOR);
     } else {
 #if FACEDET_HAS_FFMPEG
-        std::string error;
         video_ = host::VideoDecoder::open(path_, &error);
 #else
         video_.open(path_, cv::CAP_FFMPEG);
@@ -147,6 +155,17 @@ void SourceReader::reopen() {
 }
 
 cv::Mat SourceReader::read_next() {
+    if (recording_) {
+        while (recording_->next(&record_)) {
+            if (record_.kind == recording::Kind::Frame) {
+                cv::Mat nv12(kFrameHeight * 3 / 2, kFrameWidth, CV_8UC1, record_.bytes.data());
+                cv::Mat bgr;
+                cv::cvtColor(nv12, bgr, cv::COLOR_YUV2BGR_NV12);
+                return bgr;
+            }
+        }
+        return cv::Mat();
+    }
     if (raw_) {
         cv::Mat nv12(kFrameHeight * 3 / 2, kFrameWidth, CV_8UC1);
         if (!raw_->read(reinterpret_cast<char *>(nv12.data), kNv12Bytes)) {

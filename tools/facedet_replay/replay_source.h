@@ -12,6 +12,7 @@
 #include <opencv2/core.hpp>
 #include <opencv2/videoio.hpp>
 
+#include "recording/reader.h"
 #if FACEDET_HAS_FFMPEG
 #include "video_decoder.h"
 #endif
@@ -21,12 +22,13 @@ namespace replay {
 struct SourceInfo {
     bool ok = false;
     std::string error;
-    std::string kind;  // "raw", "image", "video"
+    std::string kind;  // "raw", "image", "video", "recording"
     double fps = 30;
     long frames = -1;  // -1: unknown
 };
 
-// Opens the source as the host platform would and reports what it is.
+// Opens the source as the host platform would and reports what it is. A
+// recording is only recognised here: the replay reads it whole on its own.
 SourceInfo probe_source(const std::string &path);
 
 // Source frames by index (BGR, 416x234), read forward; a looping run's
@@ -50,6 +52,8 @@ class SourceReader {
     cv::Mat current_;
     cv::Mat still_;
     std::unique_ptr<std::ifstream> raw_;
+    std::unique_ptr<recording::Reader> recording_;
+    recording::Record record_;
 #if FACEDET_HAS_FFMPEG
     std::unique_ptr<host::VideoDecoder> video_;
     cv::Mat nv12_;

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "camera_recording.h"
 #include "replay_report.h"
 #include "replay_source.h"
 #include "session.h"
@@ -21,15 +22,22 @@ namespace replay {
 struct Options {
     std::string source;
     std::string out;
-    std::string pace = "camera";  // camera, lockstep or realtime
-    double frameCostMs = 0;       // 0: the platform's default (camera) or none (realtime)
+    std::string pace;  // camera, lockstep, realtime or recorded; empty: recorded for a recording, else camera
+    double frameCostMs = 0;  // 0: the platform's default (camera) or none (realtime)
     double seconds = 0;
     bool gamma = false;
     bool force = false;
-    std::string engine;  // empty: the daemon's default
-    double timeout = 0;  // 0: from the clip's length
-    std::string truth;   // empty: not scored
+    std::string engine;            // empty: the daemon's default
+    double timeout = 0;            // 0: from the clip's length
+    std::string truth;             // empty: not scored
+    bool expectIdentical = false;  // a recording's prediction that differs: exit status 3
+    bool arm = false;              // the camera build (arm preset) under qemu-arm
+    std::string cameraLog;         // --camera-log: a camera's console log instead of a run
 };
+
+// Exit status of a replayed recording whose packets differ from the camera's
+// under --expect-identical.
+constexpr int kPredictionDiffers = 3;
 
 // How long the daemon may take to end after SIGTERM before it is killed.
 constexpr int kDaemonStopSeconds = 15;
@@ -49,6 +57,9 @@ struct Probe {
     // which the video is drawn from; empty: the video decodes the source again.
     std::string delivered;
     RunInfo run;  // what is known of the run so far
+    bool isRecording = false;
+    CameraRecording recorded;  // the recording replayed, read whole
+    bool expectIdentical = false;
 };
 
 // Refuses bad input with one line on stderr (false: exit status 2); else
@@ -99,6 +110,17 @@ Logs judge(const Options &o, const Launch &l, const Supervision &s, RunInfo *run
 // output folder, each under a temporary name until whole, and prints the
 // tool's last lines. Returns the exit status.
 int render(const Probe &p, const Logs &logs, RunInfo &run);
+
+// --camera-log: the timeline, summary.json and report.html of a camera's
+// console log, with no run. Returns the exit status.
+int replay_camera_log(const Options &o);
+
+// The output folder, checked and prepared as every replay does it; false
+// after one line on stderr. *abs is its absolute path.
+bool prepare_output(const Options &o, std::string *abs);
+
+// Writes `text` into `path` through a temporary name; false on failure.
+bool write_whole(const std::string &path, const std::string &text, RunInfo &run);
 
 }  // namespace replay
 

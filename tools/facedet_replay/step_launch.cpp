@@ -28,7 +28,11 @@ int launch(const Options &o, Probe &p, Launch *l) {
     so.loop = o.seconds > 0;
     so.exitAtEnd = o.seconds == 0;
     // Lockstep and camera pace: the camera moves on the source time the platform publishes.
-    so.simFollowsSourceClock = o.pace != "realtime";
+    so.simFollowsSourceClock = p.run.pace != "realtime";
+    if (o.arm) {
+        // The camera build's own arithmetic, its libraries from the armhf root.
+        so.daemonWrapper = {"/usr/bin/qemu-arm", "-L", "/usr/arm-linux-gnueabihf"};
+    }
     if (!p.delivered.empty()) {
         so.daemonEnv["FACEDET_DELIVERED_FRAMES"] = p.delivered;
     }

@@ -39,6 +39,17 @@ bool write_text(const std::string &path, const std::string &text) {
     return !out.fail();
 }
 
+void add_recording(const Probe &p, const Logs &logs, Summary *summary) {
+    const CameraRecording &rec = p.recorded;
+    summary->recordingFile = rec.file;
+    summary->recordingSummary = rec.summary;
+    summary->recordedFrames = static_cast<int>(rec.frames.size());
+    summary->recordingCut = rec.cut;
+    summary->recordingDropped = rec.dropped;
+    summary->cameraFrameMs = rec.frameTimeMs;
+    summary->prediction = check_prediction(rec, logs.daemon, logs.sim);
+}
+
 void print_last_lines(const Summary &summary, const RunInfo &run, const std::string &out) {
     printf("facedet_replay: %s: %s\n", run.complete ? "complete" : "incomplete", run.reason.c_str());
     printf("  face detector: %s\n",
@@ -57,6 +68,18 @@ void print_last_lines(const Summary &summary, const RunInfo &run, const std::str
     if (run.sourceFramesFailed > 0) {
         printf("  %ld frames of the source could not be decoded and were skipped\n", run.sourceFramesFailed);
     }
+    if (!summary.recordingFile.empty()) {
+        const Spread &t = summary.cameraFrameMs;
+        printf("  recording: %d frames (%s)", summary.recordedFrames, summary.recordingSummary.c_str());
+        if (t.count > 0) {
+            printf("; the camera's time per analysed frame: median %.1f ms, 95th percentile %.1f ms",
+                   t.median, t.p95);
+        }
+        printf("\n");
+    }
+    if (summary.prediction.checked) {
+        printf("  prediction: %s\n", prediction_line(summary.prediction).c_str());
+    }
     if (summary.framingFrames > 0 && summary.framesWithFaces == 0) {
         printf("  no face was found in any analysed frame\n");
     }
@@ -64,6 +87,16 @@ void print_last_lines(const Summary &summary, const RunInfo &run, const std::str
 }
 
 }  // namespace
+
+bool write_whole(const std::string &path, const std::string &text, RunInfo &run) {
+    const fs::path final(path);
+    const std::string tmp = (final.parent_path() / ("." + final.filename().string() + ".tmp")).string();
+    if (!write_text(tmp, text)) {
+        remove_quietly(tmp);
+        return false;
+    }
+    return publish(tmp, path, run);
+}
 
 int render(const Probe &p, const Logs &logs, RunInfo &run) {
     const std::string &out = p.out;
@@ -104,6 +137,9 @@ int render(const Probe &p, const Logs &logs, RunInfo &run) {
     Summary summary = summarise(run, logs.daemon, logs.frames, logs.sim, logs.gamma);
     summary.truthFile = p.truthPath;
     summary.truth = score;
+    if (p.isRecording) {
+        add_recording(p, logs, &summary);
+    }
     if (!write_text(out + "/.summary.json.tmp", summary_json(summary)) ||
         !write_text(out + "/.report.html.tmp", report_html(summary, haveVideo, haveTimeline))) {
         fprintf(stderr, "facedet_replay: cannot write the report into '%s'\n", out.c_str());
@@ -114,6 +150,9 @@ int render(const Probe &p, const Logs &logs, RunInfo &run) {
     publish(out + "/.summary.json.tmp", out + "/summary.json", run);
     publish(out + "/.report.html.tmp", out + "/report.html", run);
     print_last_lines(summary, run, out);
+    if (p.expectIdentical && !summary.prediction.identical) {
+        return kPredictionDiffers;
+    }
     return run.complete ? 0 : 1;
 }
 

@@ -31,7 +31,11 @@ Supervision supervise(const Options &o, Probe &p, Launch &l, const volatile sig_
         }
         // As soon as the control socket is there: the frame thread sleeps its
         // first two seconds, so auto framing runs from the first analysed frame.
-        if (!s.runSent && session.send_control("run")) {
+        // A recording brings its own control datagrams, at its own frames.
+        if (p.isRecording && !s.runSent) {
+            s.runSent = true;
+            runAt = Clock::now();
+        } else if (!s.runSent && session.send_control("run")) {
             s.runSent = true;
             runAt = Clock::now();
         }

@@ -71,6 +71,45 @@ Json truth(const std::string &file, const FramingScore &t) {
             {"target_changes_per_minute", figure(t.targetChangesPerMinute)}};
 }
 
+Json packets(const std::vector<Packet> &list) {
+    Json out = Json::array();
+    for (const Packet &packet : list) {
+        out.push_back(packet_hex(packet));
+    }
+    return out;
+}
+
+Json recording(const Summary &s) {
+    return {{"file", s.recordingFile},
+            {"frames", s.recordedFrames},
+            {"records_cut", s.recordingCut},
+            {"events_dropped", s.recordingDropped},
+            {"reading", s.recordingSummary}};
+}
+
+Json camera_frame_time(const Spread &t) {
+    return {{"count", t.count},
+            {"median_ms", number_or_null(t.median, t.count > 0, 1)},
+            {"p95_ms", number_or_null(t.p95, t.count > 0, 1)}};
+}
+
+Json prediction(const Prediction &p) {
+    Json out = {{"frames", p.frames}, {"moves", p.moves}, {"identical", p.identical}};
+    if (!p.identical) {
+        Json faces = Json::array();
+        for (const Box &b : p.pcFaces) {
+            faces.push_back({b.x, b.y, b.w, b.h, printf_rounded(b.score, 3)});
+        }
+        out["first_difference"] = {{"frame", p.frame},
+                                   {"seconds", printf_rounded(p.seconds, 3)},
+                                   {"what", p.what},
+                                   {"camera_packets", packets(p.camera)},
+                                   {"pc_packets", packets(p.pc)},
+                                   {"pc_faces", faces}};
+    }
+    return out;
+}
+
 }  // namespace
 
 std::string summary_json(const Summary &s) {
@@ -116,6 +155,11 @@ std::string summary_json(const Summary &s) {
         {"first_move_seconds", number_or_null(s.firstMoveSeconds, s.firstMoveSeconds >= 0, 3)},
         {"full_view_resets", s.resets},
         {"stopped_full_views", s.stopFullViews},
+        {"auto_framing",
+         {{"run_frames", s.runFrames},
+          {"stop_frames", s.stopFrames},
+          {"off_passes", s.offPasses},
+          {"switches", s.modeSwitches}}},
         {"stages",
          {{"get_frame", spread(s.getFrame)},
           {"autogamma", spread(s.autogamma)},
@@ -128,6 +172,15 @@ std::string summary_json(const Summary &s) {
     };
     if (!s.truthFile.empty()) {
         doc["truth"] = truth(s.truthFile, s.truth);
+    }
+    if (!s.recordingFile.empty()) {
+        doc["recording"] = recording(s);
+    }
+    if (!s.recordingFile.empty() || s.cameraLog) {
+        doc["camera_frame_time"] = camera_frame_time(s.cameraFrameMs);
+    }
+    if (s.prediction.checked) {
+        doc["prediction"] = prediction(s.prediction);
     }
     doc["daemon_log_cut"] = s.daemonLogCut;
     doc["notes"] = r.notes;

@@ -71,6 +71,32 @@ std::string strip_ansi(const std::string &text) {
     return out;
 }
 
+namespace {
+
+// Days since 1970-01-01 of a proleptic Gregorian date.
+long days_from_civil(int y, int m, int d) {
+    y -= m <= 2 ? 1 : 0;
+    const long era = (y >= 0 ? y : y - 399) / 400;
+    const long yoe = y - era * 400;
+    const long doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
+    const long doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
+    return era * 146097 + doe - 719468;
+}
+
+// The console's stamp "[YYYY-MM-DD hh:mm:ss:mmm]" at the start of a line; -1 without one.
+double stamp_seconds(const std::string &line) {
+    int y = 0, mo = 0, d = 0, h = 0, mi = 0, sec = 0, ms = 0;
+    const size_t at = line.find('[');
+    if (at == std::string::npos ||
+        sscanf(line.c_str() + at, "[%4d-%2d-%2d %2d:%2d:%2d:%3d]", &y, &mo, &d, &h, &mi, &sec, &ms) != 7) {
+        return -1;
+    }
+    return static_cast<double>(days_from_civil(y, mo, d)) * 86400.0 + h * 3600.0 + mi * 60.0 + sec +
+           ms / 1000.0;
+}
+
+}  // namespace
+
 void DaemonLogReader::line(const std::string &raw) {
     // The colour reset follows the line end, so each line loses its escapes.
     const std::string line = strip_ansi(raw);
@@ -83,12 +109,14 @@ void DaemonLogReader::line(const std::string &raw) {
     }
     if (line.find("MsgBuf[1] == 0x2") != std::string::npos) {
         mode_ = Mode::Off;
+        ++log_.offPasses;
     }
     if (int_after(line, "--------------frameNumber = ", &v)) {
         finish_frame();
         log_.frames.emplace_back();
         TakenFrame &f = log_.frames.back();
         f.frameNumber = v;
+        f.logSeconds = stamp_seconds(line);
         f.mode = mode_;
         havePan_ = haveTilt_ = false;
         frameOpen_ = true;

@@ -30,6 +30,9 @@ const char *mode_name(Mode mode);
 // One frame the daemon took, in the order it took them.
 struct TakenFrame {
     int frameNumber = 0;
+    // The clock of its frameNumber line ("[2026-01-14 09:30:12:345]"), in
+    // seconds since 1970 read as UTC; -1 when the line has no time stamp.
+    double logSeconds = -1;
     Mode mode = Mode::Unknown;
     bool analysed = false;      // past the warm-up: the stage lines follow
     bool framingRan = false;    // auto framing ran on it (the strategies line)
@@ -55,6 +58,7 @@ struct DaemonLog {
     // held frames back by (its start-up line); -1 when none applied.
     double frameCostMs = -1;
     bool cutAtEnd = false;  // the last line had no line end
+    int offPasses = 0;      // passes of the frame loop with auto framing off (no frame taken)
     // The analysis stream started (its pass line): the source could be opened.
     bool streamStarted = false;
     // From the detector's start-up line; empty when it printed none.

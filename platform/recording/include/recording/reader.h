@@ -32,6 +32,11 @@ struct Record {
     std::vector<uint8_t> bytes;
 };
 
+// Whether `path` is meant as a recording: a directory (whose recording.fdr
+// the reader opens), or a file that begins with the recording's magic,
+// whatever its name. Says nothing of whether it reads.
+bool is_recording_path(const std::string &path);
+
 class Reader {
   public:
     // path: a recording directory (its recording.fdr) or the file itself.
