@@ -65,8 +65,8 @@ RecordingBuilder &RecordingBuilder::end() {
     uint8_t fields[kEndFieldBytes];
     encode_end_fields({next_, 0}, fields);
     std::vector<uint8_t> record(kRecordHeadBytes + kEndFieldBytes + kRecordCrcBytes);
-    record.resize(encode_small_record({Kind::End, next_, kStartMonotonicUs, 0}, fields, sizeof fields, nullptr,
-                                      0, record.data(), record.size()));
+    record.resize(encode_small_record({Kind::End, next_, kStartMonotonicUs, 0}, fields, sizeof fields,
+                                      nullptr, 0, record.data(), record.size()));
     finish_record(record);
     return *this;
 }

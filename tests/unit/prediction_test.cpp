@@ -25,8 +25,8 @@ CameraRecording two_frames_with_a_move() {
 }
 
 // The PC's side: frames with the sends its log shows, camera_sim's packets in order.
-void pc_run(const std::vector<std::vector<int>> &sends, const std::vector<Packet> &received, DaemonLog *daemon,
-            SimLog *sim) {
+void pc_run(const std::vector<std::vector<int>> &sends, const std::vector<Packet> &received,
+            DaemonLog *daemon, SimLog *sim) {
     for (const std::vector<int> &frameSends : sends) {
         TakenFrame frame;
         frame.sends = frameSends;
@@ -54,7 +54,8 @@ TEST(Prediction, ComparesThePacketsFrameByFrameAndNamesTheFirstDifference) {
          {kZoomOther, kPanTilt},
          2,
          "differs at recorded frame 2 (0.50 s): the packets differ; camera sent: 81 01 04 47 00 05 08 0e ff, "
-         "81 01 06 02 0f 0a 00 01 01 02 00 00 00 08 ff; PC sent: 81 01 04 47 00 05 08 05 ff, 81 01 06 02 0f 0a "
+         "81 01 06 02 0f 0a 00 01 01 02 00 00 00 08 ff; PC sent: 81 01 04 47 00 05 08 05 ff, 81 01 06 02 0f "
+         "0a "
          "00 01 01 02 00 00 00 08 ff; PC faces: (100, 60, 50, 70) 0.900"},
         // A failed send is no packet; the move then sits a frame late.
         {"a frame late", {{}, {-1}, {9, 15}}, {kZoom, kPanTilt}, 2, ""},
