@@ -45,8 +45,8 @@ class ControlSocket {
                 if (poll(&p, 1, 20) != 1) {
                     continue;
                 }
-                // As the daemon's thread: a moment passes before it receives.
-                usleep(3000);
+                // As a busy control thread: a while passes before it receives.
+                usleep(20000);
                 Bytes datagram(16);
                 const ssize_t n = recv(fd_, datagram.data(), datagram.size(), 0);
                 datagram.resize(n > 0 ? static_cast<size_t>(n) : 0);
