@@ -251,6 +251,11 @@ TEST(ReplayExpectation, RawClipTakesSendsAndCountsWhatItDidBefore) {
         // Came after the expectation was stored; a raw clip has no frame that fails.
         EXPECT_EQ(summary["source_frames_failed"], 0);
         summary.erase("source_frames_failed");
+        // So did the count of commands: auto framing ran from the first frame to the last.
+        EXPECT_EQ(summary["auto_framing"],
+                  nlohmann::ordered_json::parse("{\"run_frames\": " + summary["frames"]["taken"].dump() +
+                                                ", \"stop_frames\": 0, \"off_passes\": 0, \"switches\": 0}"));
+        summary.erase("auto_framing");
         summary["camera"].erase("state_samples");
         const std::string expected = std::string(FACEDET_TEST_DATA_DIR) + "/expected/across_and_back." + pace;
         const std::pair<std::string, std::string> files[] = {
