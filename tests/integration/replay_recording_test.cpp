@@ -105,12 +105,24 @@ TEST(ReplayRecording, ACutRecordingPlaysItsWholeRecordsAndSaysHowManyWereCut) {
               std::string::npos);
 }
 
-// The daemon's log of that replay, its first frames cut as a rotation leaves
-// them: read from the first whole frame, with the figures of a camera.
-TEST(ReplayRecording, ACameraLogCutInAFrameIsReadFromTheFirstWholeFrame) {
+// A camera that moved where the PC's daemon, finding no face, sends nothing:
+// the check names the frame and --expect-identical fails. Then the daemon's
+// log of that replay, its first frames cut as a rotation leaves them, is read
+// from the first whole frame, with the figures of a camera.
+TEST(ReplayRecording, ADifferenceFailsTheExpectationAndACameraLogCutInAFrameIsReadFromTheFirstWholeFrame) {
     TempDir dir;
-    grey_recording(14).end().write(dir.file("rec"));
-    ASSERT_EQ(replay(dir, {dir.file("rec"), "--out", dir.file("run")}).status, 0);
+    RecordingBuilder rec = grey_recording(14);
+    rec.datagram(Kind::CameraPacket, 2800000, {0x81, 0x01, 0x04, 0x47, 0, 0, 0, 0, 0xff})
+        .end()
+        .write(dir.file("rec"));
+    const Replay run = replay(dir, {dir.file("rec"), "--out", dir.file("run"), "--expect-identical"});
+    EXPECT_EQ(run.status, 3) << run.out << run.err;
+    EXPECT_NE(
+        run.out.find("prediction: differs at recorded frame 14 (2.60 s): the packets differ; camera sent: "
+                     "81 01 04 47 00 00 00 00 ff; PC sent: none; PC faces: none"),
+        std::string::npos)
+        << run.out;
+    EXPECT_EQ(summary(dir, "run")["prediction"]["first_difference"]["frame"], 14);
     const std::string log = read_file(dir.file("run/logs/daemon.out"));
     const size_t third = log.find("frameNumber = 3-");
     ASSERT_NE(third, std::string::npos);

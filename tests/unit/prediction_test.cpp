@@ -59,6 +59,8 @@ TEST(Prediction, ComparesThePacketsFrameByFrameAndNamesTheFirstDifference) {
          "00 01 01 02 00 00 00 08 ff; PC faces: (100, 60, 50, 70) 0.900"},
         // A failed send is no packet; the move then sits a frame late.
         {"a frame late", {{}, {-1}, {9, 15}}, {kZoom, kPanTilt}, 2, ""},
+        // A send that failed sent nothing.
+        {"a failed send", {{-1}, {9, 15}, {}}, {kZoom, kPanTilt}, -1, "identical: 3 frames, 1 moves"},
         {"fewer frames", {{}, {9, 15}}, {kZoom, kPanTilt}, 3, ""},
         {"sent before the first frame", {{}, {9, 15}, {}}, {kZoom, kZoom, kPanTilt}, 0, ""},
     };
@@ -79,13 +81,14 @@ TEST(CameraRecording, GivesEachFrameItsCommandAndPacketsAndTimesTheAnalysedFrame
     TempDir dir;
     RecordingBuilder b;
     b.datagram(Kind::CameraPacket, 0, kZoom);
-    // Ten frames of warm-up and the first analysed ones, 100 ms apart, stopped;
-    // then run: analysed frames 200, 220, 240 ms apart; a stop between the last two.
+    // Auto framing on from the start: nine warm-up frames and the first
+    // analysed one 100 ms apart, then analysed frames 200, 220 and 240 ms
+    // apart; a stop between the last two.
+    b.datagram(Kind::Control, 0, {1, 1});
     uint64_t t = 1000;
     for (int i = 0; i < 10; ++i, t += 100000) {
         b.frame(t, {});
     }
-    b.datagram(Kind::Control, t, {1, 1});
     for (const uint64_t gap : {200000, 220000, 240000}) {
         b.frame(t, {}).datagram(Kind::CameraPacket, t + 1, kPanTilt);
         t += gap;
@@ -97,14 +100,14 @@ TEST(CameraRecording, GivesEachFrameItsCommandAndPacketsAndTimesTheAnalysedFrame
     ASSERT_TRUE(read_camera_recording(dir.file("rec"), &rec, &error)) << error;
     ASSERT_EQ(rec.frames.size(), 14u);
     EXPECT_EQ(rec.startPackets, std::vector<Packet>{kZoom});
-    EXPECT_EQ(rec.frames[9].mode, Mode::Stop);
-    EXPECT_EQ(rec.frames[10].mode, Mode::Run);
+    EXPECT_EQ(rec.frames[0].mode, Mode::Run);
     EXPECT_EQ(rec.frames[10].packets, std::vector<Packet>{kPanTilt});
     EXPECT_EQ(rec.frames[13].mode, Mode::Stop);
     EXPECT_EQ(rec.controls, 3);
-    // Frames 11 and 12 (0-based 10, 11) to the next: 200 and 220 ms; the third is cut by the stop.
-    EXPECT_EQ(rec.frameTimeMs.count, 2);
-    EXPECT_DOUBLE_EQ(rec.frameTimeMs.p95, 220.0);
+    // The analysed frames 10 to 12 to the next: 100, 200 and 220 ms; the
+    // warm-up's are not analysed, and the stop cuts the last.
+    EXPECT_EQ(rec.frameTimeMs.count, 3);
+    EXPECT_DOUBLE_EQ(rec.frameTimeMs.median, 200.0);
     EXPECT_TRUE(rec.ended);
     EXPECT_EQ(control_mode({1, 2}), Mode::Off);
     EXPECT_EQ(control_mode({1}), Mode::Stop);
