@@ -3,6 +3,7 @@
 #ifndef FACEDET_REPLAY_RENDER_H
 #define FACEDET_REPLAY_RENDER_H
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -32,9 +33,18 @@ VideoResult render_video(const std::string &source, const std::string &delivered
 // `timelinePath`), at the video's width.
 bool render_poster(const cv::Mat &still, const std::string &timelinePath, const std::string &outPath);
 
-// `truth` (may be null): the followed true face is drawn beside the camera's view.
+// A replayed recording on the timeline: when the camera's daemon sent moves,
+// and the first frame where the PC's differ, on the frame log's clock.
+struct RecordedMoves {
+    std::vector<int64_t> timesUs;
+    int64_t firstDifferenceUs = -1;  // -1: identical
+};
+
+// `truth` (may be null): the followed true face is drawn beside the camera's
+// view; `recorded` (may be null): the camera's moves beside the PC's.
 bool render_timeline(const std::vector<FrameLogEntry> &frameLog, const DaemonLog &daemon, const SimLog &sim,
-                     const FramingScore *truth, const std::string &outPath, std::string *error);
+                     const FramingScore *truth, const std::string &outPath, std::string *error,
+                     const RecordedMoves *recorded = nullptr);
 
 }  // namespace replay
 

@@ -27,7 +27,8 @@ struct Axis {
 }  // namespace
 
 bool render_timeline(const std::vector<FrameLogEntry> &frameLog, const DaemonLog &daemon, const SimLog &sim,
-                     const FramingScore *truth, const std::string &outPath, std::string *error) {
+                     const FramingScore *truth, const std::string &outPath, std::string *error,
+                     const RecordedMoves *recorded) {
     if (frameLog.empty() && sim.states.empty()) {
         *error = "neither frames nor camera states to draw";
         return false;
@@ -160,6 +161,24 @@ bool render_timeline(const std::vector<FrameLogEntry> &frameLog, const DaemonLog
     if (truth) {
         draw_text(img, "true face", cv::Point(kLeft + 690, 24));
         cv::circle(img, cv::Point(kLeft + 780, 20), 4, truthColour, cv::FILLED);
+    }
+    if (recorded) {
+        // The camera's moves as ticks in the gap above each strip, beside the PC's lines.
+        const cv::Scalar cameraMove(80, 220, 80), difference(255, 255, 255);
+        for (const int64_t t : recorded->timesUs) {
+            for (const Axis &a : axes) {
+                cv::line(img, cv::Point(xOf(t), a.top - 12), cv::Point(xOf(t), a.top - 2), cameraMove, 2);
+            }
+        }
+        if (recorded->firstDifferenceUs >= 0) {
+            const int x = xOf(recorded->firstDifferenceUs);
+            cv::line(img, cv::Point(x, kTop), cv::Point(x, kTop + kStrips * (kStrip + kGap) - kGap),
+                     difference, 2);
+        }
+        draw_text(img, "camera's moves", cv::Point(kLeft + 800, 24));
+        cv::line(img, cv::Point(kLeft + 930, 14), cv::Point(kLeft + 930, 26), cameraMove, 2);
+        draw_text(img, "first difference", cv::Point(kLeft + 950, 24));
+        cv::line(img, cv::Point(kLeft + 1075, 14), cv::Point(kLeft + 1075, 26), difference, 2);
     }
 
     if (!cv::imwrite(outPath, img)) {

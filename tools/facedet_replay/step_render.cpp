@@ -117,10 +117,25 @@ int render(const Probe &p, const Logs &logs, RunInfo &run) {
         score_inputs(logs.daemon, logs.frames, logs.sim, &scoreFrames, &scoreMoves);
         score = score_framing(p.truth, scoreFrames, scoreMoves, p.source.frames);
     }
+    Summary summary = summarise(run, logs.daemon, logs.frames, logs.sim, logs.gamma);
+    RecordedMoves recorded;
+    if (p.isRecording) {
+        add_recording(p, logs, &summary);
+        for (const CameraFrame &frame : p.recorded.frames) {
+            if (!frame.packets.empty()) {
+                recorded.timesUs.push_back(static_cast<int64_t>(frame.timeUs));
+            }
+        }
+        const Prediction &prediction = summary.prediction;
+        if (!prediction.identical && prediction.frame >= 1 &&
+            prediction.frame <= static_cast<int>(p.recorded.frames.size())) {
+            recorded.firstDifferenceUs = static_cast<int64_t>(p.recorded.frames[prediction.frame - 1].timeUs);
+        }
+    }
     std::string timelineError;
     const bool haveTimeline =
         render_timeline(logs.frames, logs.daemon, logs.sim, p.truthPath.empty() ? nullptr : &score,
-                        out + "/.timeline.tmp.png", &timelineError) &&
+                        out + "/.timeline.tmp.png", &timelineError, p.isRecording ? &recorded : nullptr) &&
         publish(out + "/.timeline.tmp.png", out + "/timeline.png", run);
     if (!haveTimeline) {
         remove_quietly(out + "/.timeline.tmp.png");
@@ -134,12 +149,10 @@ int render(const Probe &p, const Logs &logs, RunInfo &run) {
         run.complete = false;
         run.reason = "the video could not be written";
     }
-    Summary summary = summarise(run, logs.daemon, logs.frames, logs.sim, logs.gamma);
+    // The run's complete and reason may have changed since.
+    summary.run = run;
     summary.truthFile = p.truthPath;
     summary.truth = score;
-    if (p.isRecording) {
-        add_recording(p, logs, &summary);
-    }
     if (!write_text(out + "/.summary.json.tmp", summary_json(summary)) ||
         !write_text(out + "/.report.html.tmp", report_html(summary, haveVideo, haveTimeline))) {
         fprintf(stderr, "facedet_replay: cannot write the report into '%s'\n", out.c_str());
