@@ -78,6 +78,14 @@ std::unique_ptr<FrameSource> open_frame_source(const std::string &path, std::str
 #endif
 }
 
+void render_nv12(const uint8_t *src, int srcWidth, int srcHeight, uint8_t *dst, int dstWidth, int dstHeight) {
+    if (srcWidth == dstWidth && srcHeight == dstHeight) {
+        std::memcpy(dst, src, static_cast<size_t>(srcWidth) * srcHeight * 3 / 2);
+    } else {
+        scale_nv12_nearest(src, srcWidth, srcHeight, dst, dstWidth, dstHeight);
+    }
+}
+
 void scale_nv12_nearest(const uint8_t *src, int srcWidth, int srcHeight, uint8_t *dst, int dstWidth,
                         int dstHeight) {
     for (int y = 0; y < dstHeight; ++y) {

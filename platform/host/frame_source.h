@@ -87,6 +87,9 @@ std::unique_ptr<FrameSource> open_image_bytes(const std::vector<uint8_t> &bytes,
 void scale_nv12_nearest(const uint8_t *src, int srcWidth, int srcHeight, uint8_t *dst, int dstWidth,
                         int dstHeight);
 
+// An NV12 frame into a port: copied when the sizes match, else scaled as above.
+void render_nv12(const uint8_t *src, int srcWidth, int srcHeight, uint8_t *dst, int dstWidth, int dstHeight);
+
 }  // namespace host
 
 #endif

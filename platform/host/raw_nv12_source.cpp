@@ -52,11 +52,7 @@ class RawNv12Source final : public FrameSource {
     }
 
     void render(int width, int height, uint8_t *dst) override {
-        if (width == width_ && height == height_) {
-            std::memcpy(dst, frame_.data(), frame_.size());
-        } else {
-            scale_nv12_nearest(frame_.data(), width_, height_, dst, width, height);
-        }
+        render_nv12(frame_.data(), width_, height_, dst, width, height);
     }
 
     bool rewind() override {

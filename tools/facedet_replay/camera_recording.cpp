@@ -6,16 +6,7 @@ namespace replay {
 
 Mode control_mode(const Packet &datagram) {
     // A one-byte datagram leaves byte 1 cleared: stop.
-    switch (datagram.size() > 1 ? datagram[1] : 0) {
-        case 0:
-            return Mode::Stop;
-        case 1:
-            return Mode::Run;
-        case 2:
-            return Mode::Off;
-        default:
-            return Mode::Unknown;
-    }
+    return mode_of(datagram.size() > 1 ? datagram[1] : 0);
 }
 
 bool read_camera_recording(const std::string &path, CameraRecording *out, std::string *error) {

@@ -34,6 +34,8 @@ bool stage_ms(const std::string &line, const char *name, int *ms) {
     return int_after(line, key.c_str(), ms);
 }
 
+}  // namespace
+
 Mode mode_of(unsigned value) {
     switch (value) {
         case 0:
@@ -46,8 +48,6 @@ Mode mode_of(unsigned value) {
             return Mode::Unknown;
     }
 }
-
-}  // namespace
 
 const char *mode_name(Mode mode) {
     static const char *const kNames[] = {"?", "stop", "run", "off"};  // in the order of Mode

@@ -26,6 +26,8 @@ struct Box {
 // Auto framing as the frame loop saw it: MsgBuf[1] 0 stop, 1 run, 2 off.
 enum class Mode { Unknown, Stop, Run, Off };
 const char *mode_name(Mode mode);
+// The command of a MsgBuf[1] value, as the frame loop reads it.
+Mode mode_of(unsigned value);
 
 // One frame the daemon took, in the order it took them.
 struct TakenFrame {
