@@ -46,7 +46,9 @@ bool is_recording_path(const std::string &path) {
     if (stat(path.c_str(), &st) != 0) {
         return false;
     }
-    if (S_ISDIR(st.st_mode)) {
+    const size_t dot = path.rfind('.');
+    if (S_ISDIR(st.st_mode) ||
+        (dot != std::string::npos && path.compare(dot, std::string::npos, ".fdr") == 0)) {
         return true;
     }
     std::FILE *stream = fopen(path.c_str(), "rbe");

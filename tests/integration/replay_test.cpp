@@ -295,6 +295,7 @@ TEST(ReplayRecording, RefusesWhatItCannotReadInOneLineNamingTheFileAndStartsNoth
     RecordingBuilder(recording::kFormatVersion, {640, 360, 11, 640 * 360, 640 * 360 / 2})
         .write(dir.file("big"));
     mkdir(dir.file("empty").c_str(), 0755);
+    write_file(dir.file("notes.fdr"), "a text, not a recording");
     const std::string clip = dir.file("clip.nv12");
     write_file(clip, std::string(416 * 234 * 3 / 2, 'x'));
     struct Row {
@@ -310,6 +311,8 @@ TEST(ReplayRecording, RefusesWhatItCannotReadInOneLineNamingTheFileAndStartsNoth
              "format 11, 97344 + 48672 bytes\n"},
         {{dir.file("empty"), "--out", dir.file("o3")},
          "facedet_replay: " + dir.file("empty/recording.fdr") + ": cannot open: No such file or directory\n"},
+        {{dir.file("notes.fdr"), "--out", dir.file("o6")},
+         "facedet_replay: " + dir.file("notes.fdr") + ": not a faceDet recording\n"},
         {{clip, "--out", dir.file("o4"), "--expect-identical"},
          "facedet_replay: --expect-identical checks the replay of a recording, and '" + clip + "' is none\n"},
         {{clip, "--out", dir.file("o5"), "--camera-log", clip},
@@ -321,7 +324,7 @@ TEST(ReplayRecording, RefusesWhatItCannotReadInOneLineNamingTheFileAndStartsNoth
         EXPECT_EQ(r.err.substr(0, row.line.size()), row.line);
         EXPECT_EQ(count_of(r.err, "\n"), 1u) << r.err;
     }
-    for (const char *out : {"o1", "o2", "o3", "o4", "o5"}) {
+    for (const char *out : {"o1", "o2", "o3", "o4", "o5", "o6"}) {
         EXPECT_FALSE(file_exists(dir.file(out))) << out;
     }
 }

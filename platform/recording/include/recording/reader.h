@@ -33,8 +33,8 @@ struct Record {
 };
 
 // Whether `path` is meant as a recording: a directory (whose recording.fdr
-// the reader opens), or a file that begins with the recording's magic,
-// whatever its name. Says nothing of whether it reads.
+// the reader opens), a file named *.fdr, or a file that begins with the
+// recording's magic, whatever its name. Says nothing of whether it reads.
 bool is_recording_path(const std::string &path);
 
 class Reader {
