@@ -367,6 +367,8 @@ TEST(ReplayRecording, ADifferenceFailsTheExpectationAndACameraLogCutInAFrameIsRe
         std::string::npos)
         << run.out;
     EXPECT_EQ(summary(dir, "run")["prediction"]["first_difference"]["frame"], 14);
+    EXPECT_NE(run.out.find("\n  this PC ran its own x86-64 build, whose int8 network rounds"),
+              std::string::npos);
     const std::string log = read_file(dir.file("run/logs/daemon.out"));
     const size_t third = log.find("frameNumber = 3-");
     ASSERT_NE(third, std::string::npos);
@@ -379,4 +381,5 @@ TEST(ReplayRecording, ADifferenceFailsTheExpectationAndACameraLogCutInAFrameIsRe
     EXPECT_EQ(s["frames"]["analysed"], 5);
     EXPECT_EQ(s["camera_frame_time"]["count"], 5);
     EXPECT_TRUE(file_exists(dir.file("out/timeline.png")));
+    EXPECT_FALSE(file_exists(dir.file("out/logs"))) << "no run, so no logs";
 }

@@ -25,6 +25,7 @@ struct Prediction {
     std::string what;
     std::vector<Packet> camera, pc;
     std::vector<Box> pcFaces;
+    std::string hint;  // why the two may part, when the replay knows a reason (also a note)
 };
 
 // The PC's packets are those camera_sim received, in order, given to the

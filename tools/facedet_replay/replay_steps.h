@@ -60,6 +60,7 @@ struct Probe {
     bool isRecording = false;
     CameraRecording recorded;  // the recording replayed, read whole
     bool expectIdentical = false;
+    bool arm = false;  // the daemon is the camera build under qemu-arm
 };
 
 // Refuses bad input with one line on stderr (false: exit status 2); else
@@ -116,8 +117,9 @@ int render(const Probe &p, const Logs &logs, RunInfo &run);
 int replay_camera_log(const Options &o);
 
 // The output folder, checked and prepared as every replay does it; false
-// after one line on stderr. *abs is its absolute path.
-bool prepare_output(const Options &o, std::string *abs);
+// after one line on stderr. withLogs also makes its logs/ folder, for a
+// run's raw logs. *abs is its absolute path.
+bool prepare_output(const Options &o, bool withLogs, std::string *abs);
 
 // Writes `text` into `path` through a temporary name; false on failure.
 bool write_whole(const std::string &path, const std::string &text, RunInfo &run);

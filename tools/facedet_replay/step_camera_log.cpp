@@ -50,7 +50,7 @@ int replay_camera_log(const Options &o) {
         return 2;
     }
     std::string out;
-    if (!prepare_output(o, &out)) {
+    if (!prepare_output(o, false, &out)) {  // no daemon runs, so no logs/
         return 2;
     }
     RunInfo run;

@@ -46,7 +46,7 @@ std::string delivered_copy_path(const Options &o, const Probe &p) {
 
 }  // namespace
 
-bool prepare_output(const Options &o, std::string *abs) {
+bool prepare_output(const Options &o, bool withLogs, std::string *abs) {
     if (!holds_nothing(o.out) && !o.force) {
         fprintf(stderr,
                 "facedet_replay: output folder '%s' exists and is not empty (use --force to write into it)\n",
@@ -55,10 +55,10 @@ bool prepare_output(const Options &o, std::string *abs) {
     }
     *abs = fs::absolute(o.out).string();
     std::error_code error;
-    fs::create_directories(*abs + "/logs", error);
+    const std::string made = withLogs ? *abs + "/logs" : *abs;
+    fs::create_directories(made, error);
     if (error) {
-        fprintf(stderr, "facedet_replay: cannot create '%s/logs': %s\n", abs->c_str(),
-                error.message().c_str());
+        fprintf(stderr, "facedet_replay: cannot create '%s': %s\n", made.c_str(), error.message().c_str());
         return false;
     }
     // Results of an earlier run in a forced folder must not pass for this run's.
@@ -97,7 +97,7 @@ bool probe(const Options &o, Probe *p) {
                                : "--pace recorded plays a flight recording, and the source is none");
         return false;
     }
-    if (!prepare_output(o, &p->out)) {
+    if (!prepare_output(o, true, &p->out)) {
         return false;
     }
     p->logs = p->out + "/logs";
@@ -124,6 +124,7 @@ bool probe(const Options &o, Probe *p) {
     run.source = fs::absolute(o.source).string();
     run.pace = pace;
     p->expectIdentical = o.expectIdentical;
+    p->arm = o.arm;
     if (p->isRecording) {
         const CameraRecording &rec = p->recorded;
         if (rec.damaged) {
