@@ -122,4 +122,15 @@ std::string prediction_line(const Prediction &p) {
            (p.frame > 0 ? "; PC faces: " + (faces.empty() ? "none" : faces) : "");
 }
 
+std::string rounding_hint(const Prediction &p, const std::string &engine, bool cameraBuild) {
+    // MNN's x86-64 int8 kernels requantise a rare value one step away from the
+    // camera's ARMv7 NEON ones (every x86 kernel family agrees with the others),
+    // so at a close call the PC's own build parts from the camera.
+    if (p.identical || engine != "mnn" || cameraBuild) {
+        return "";
+    }
+    return "this PC ran its own x86-64 build, whose int8 network rounds a few values differently "
+           "from the camera's ARM build; --arm replays with the camera build under qemu-arm";
+}
+
 }  // namespace replay

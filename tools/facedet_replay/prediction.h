@@ -34,6 +34,9 @@ Prediction check_prediction(const CameraRecording &recorded, const DaemonLog &da
 
 // "identical: 43 frames, 12 moves", or "differs at recorded frame 12 (3.52 s): ...".
 std::string prediction_line(const Prediction &p);
+// Why a difference may be no fault: the line for one found by the PC's own
+// x86-64 build on MNN (engine "mnn", not the camera build); else empty.
+std::string rounding_hint(const Prediction &p, const std::string &engine, bool cameraBuild);
 // "81 01 04 47 00 05 08 0e ff"
 std::string packet_hex(const Packet &packet);
 

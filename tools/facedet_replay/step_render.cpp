@@ -27,13 +27,6 @@ bool publish(const std::string &tmp, const std::string &final, RunInfo &run) {
     return true;
 }
 
-// MNN's x86-64 int8 kernels requantise a rare activation one step away from
-// the camera's ARMv7 NEON ones (all x86 kernel families agree with each
-// other), so the PC's own build can part from the camera at a close call.
-constexpr char kHostRoundingHint[] =
-    "this PC ran its own x86-64 build, whose int8 network rounds a few values differently "
-    "from the camera's ARM build; --arm replays with the camera build under qemu-arm";
-
 void remove_quietly(const std::string &path) {
     std::error_code ignored;
     fs::remove(path, ignored);
@@ -86,7 +79,7 @@ void print_last_lines(const Summary &summary, const RunInfo &run, const std::str
     }
     if (summary.prediction.checked) {
         printf("  prediction: %s\n", prediction_line(summary.prediction).c_str());
-        if (!summary.prediction.identical && !summary.prediction.hint.empty()) {
+        if (!summary.prediction.hint.empty()) {
             printf("  %s\n", summary.prediction.hint.c_str());
         }
     }
@@ -131,9 +124,9 @@ int render(const Probe &p, const Logs &logs, RunInfo &run) {
     RecordedMoves recorded;
     if (p.isRecording) {
         add_recording(p, logs, &summary);
-        if (!summary.prediction.identical && summary.engine == "mnn" && !p.arm) {
-            summary.prediction.hint = kHostRoundingHint;
-            run.notes.push_back(kHostRoundingHint);
+        summary.prediction.hint = rounding_hint(summary.prediction, summary.engine, p.arm);
+        if (!summary.prediction.hint.empty()) {
+            run.notes.push_back(summary.prediction.hint);
         }
         for (const CameraFrame &frame : p.recorded.frames) {
             if (!frame.packets.empty()) {
